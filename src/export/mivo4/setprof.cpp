@@ -1,0 +1,89 @@
+// Setup records: creation, the current record, defaults and destruction.
+#include <mivo4/memory.h>
+#include <mivo4/setup.h>
+#include <mivo4/util.h>
+
+#include <cstring>
+
+#include "zep_xxxx/text.h"
+
+ZHANDLE hRaster = 0;
+Gp4_SetupData *lpRaster = nullptr;
+
+namespace {
+
+// "NAME.ini" from the module's own file path: its base name cut at the first ".".
+void profileNameFromModule(char *out, size_t size) {
+    char base[sizeof export_szDLLName + 4];
+    s_getname(base, export_szDLLName);
+    if (char *dot = std::strchr(base, '.')) *dot = '\0';
+    std::strcat(base, ".ini");
+    mivo4::copyText(out, size, base);
+}
+
+}  // namespace
+
+ZHANDLE CreateSetup(uint32_t, const char *lpszProfile, const char *, const char *) {
+    ZHANDLE handle = GlobalAlloc(GHND, sizeof(Gp4_SetupData));
+    if (handle == 0) return 0;
+    hRaster = handle;
+    lpRaster = static_cast<Gp4_SetupData *>(GlobalLock(handle));
+    strupr(szFilter);
+
+    if (lpszProfile != nullptr && lpszProfile[0] != '\0') {
+        mivo4::copyText(lpRaster->szProfile, sizeof lpRaster->szProfile, lpszProfile);
+    } else {
+        profileNameFromModule(lpRaster->szProfile, sizeof lpRaster->szProfile);
+    }
+
+    // Profile files are not looked up yet: every setup starts as when no
+    // profile directory is found, from the defaults, with an empty profile
+    // name, and stays locked as the current record.
+    lpRaster->szProfile[0] = '\0';
+    UseDefaultSettings(lpRaster);
+    return handle;
+}
+
+int32_t EditSetup(ZHANDLE hSetup, ZEPFARPROC pfnHelp, uint32_t) {
+    auto *setup = static_cast<Gp4_SetupData *>(GlobalLock(hSetup));
+    if (setup == nullptr) return -1;
+    hRaster = hSetup;
+    lpRaster = setup;  // stays locked: it is the current record now
+    setup->lpfnHelpHook = pfnHelp;
+    return 0;
+}
+
+int32_t DestroySetup(ZHANDLE hSetup) {
+    if (GlobalLock(hSetup) == nullptr) return 1;
+    GlobalUnlock(hSetup);
+    GlobalFree(hSetup);
+    if (hRaster == hSetup) hRaster = 0;
+    lpRaster = nullptr;
+    return 0;
+}
+
+// The defaults pair resolution mode 779 with 96 dots per inch until a profile
+// is loaded; szHeader is left as it is.
+int32_t UseDefaultSettings(Gp4_SetupData *p) {
+    if (p == nullptr) return 0;
+    p->szDriver[0] = '\0';
+    p->szProfile[0] = '\0';
+    p->szBackup[0] = '\0';
+    char tag[sizeof p->out_type + 2];
+    mivo4::copyText(tag, sizeof p->out_type - 2, szFilter);
+    std::strcat(tag, ".1");
+    mivo4::copyText(p->out_type, sizeof p->out_type, tag);
+    strupr(p->out_type);
+    p->EndDialog = 0;
+    p->lpfnHelpHook = nullptr;
+    p->lpfnGetSetStatus = nullptr;
+    p->nColorMode = 103;
+    p->SizeMode = SIZE_USER;
+    p->ResMode = RES_300;
+    p->XResolution = 96;
+    p->YResolution = 96;
+    p->PrintWidth = 6.67;
+    p->PrintHeight = 5.0;
+    p->DevFontAttrMax = 0;
+    return 0;
+}

@@ -1,0 +1,1 @@
+/* The module's own translation unit; everything else comes from the core. */

@@ -1,0 +1,31 @@
+# Compiles one translation unit per public header, as C11 and as C++20, with
+# warnings as errors, and one C11 unit that includes them all.
+file(MAKE_DIRECTORY ${WORK_DIR})
+set(all "")
+foreach(header IN LISTS HEADERS)
+  get_filename_component(name ${header} NAME_WE)
+  string(APPEND all "#include <mivo4/${name}.h>\n")
+  foreach(lang c cpp)
+    set(unit ${WORK_DIR}/${name}_alone.${lang})
+    file(WRITE ${unit} "#include <mivo4/${name}.h>\nint mivo4_header_check_${name}(void) { return 0; }\n")
+    if(lang STREQUAL "c")
+      set(cmd ${C_COMPILER} -std=c11 -pedantic)
+    else()
+      set(cmd ${CXX_COMPILER} -std=c++20 -pedantic)
+    endif()
+    execute_process(COMMAND ${cmd} -Wall -Wextra -Werror -fsyntax-only -I${INCLUDE_DIR} ${unit}
+      RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+    if(NOT rc EQUAL 0)
+      message(FATAL_ERROR "${header} does not compile alone as ${lang}:\n${out}")
+    endif()
+  endforeach()
+endforeach()
+file(WRITE ${WORK_DIR}/all_headers.c "${all}int main(void) { return 0; }\n")
+execute_process(COMMAND ${C_COMPILER} -std=c11 -pedantic -Wall -Wextra -Werror -fsyntax-only
+    -I${INCLUDE_DIR} ${WORK_DIR}/all_headers.c
+  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "the public headers do not compile together as C11:\n${out}")
+endif()
+list(LENGTH HEADERS count)
+message(STATUS "${count} public headers compile alone as C11 and C++20")
