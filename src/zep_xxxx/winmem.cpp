@@ -40,6 +40,16 @@ struct Slot {
 };
 
 struct Table {
+    Table() = default;
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+    // When the module is unloaded no handle can be used any more: release
+    // whatever blocks are still live with the table.
+    ~Table() {
+        for (Slot &s : slots)
+            if (s.live && !s.wrapped) std::free(s.data);
+    }
+
     std::vector<Slot> slots;
     std::deque<uint32_t> freeSlots;
     std::unordered_map<const void *, ZHANDLE> byData;  // data pointer -> handle
@@ -48,11 +58,9 @@ struct Table {
     uint32_t failCountdown = 0;  // 0: no failure pending
 };
 
-// Never destroyed, so that blocks freed by other static objects at exit still
-// find their table.
 Table &table() {
-    static Table *t = new Table;
-    return *t;
+    static Table t;
+    return t;
 }
 
 ZHANDLE makeHandle(uint32_t slot, uint32_t generation) {

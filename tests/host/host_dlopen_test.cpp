@@ -109,9 +109,30 @@ TEST_F(HostView, SetupIsCreatedEditedAndDestroyedThroughTheTable) {
     EXPECT_EQ(edit(h, nullptr, 0), -1);
 }
 
+TEST_F(HostView, EveryFoundationRoutineAndDataItemIsExported) {
+    const char *names[] = {
+        // memory handles
+        "GlobalAlloc", "GlobalLock", "GlobalUnlock", "GlobalFree", "GlobalReAlloc", "GlobalHandle",
+        "GlobalSize", "GlobalCompact", "GlobalPointerToHandle", "zepPtrGlobalAlloc",
+        "zepPtrGlobalFree", "zepPtrGlobalReAlloc", "zepPtrGlobalHandle", "AllocGlobal", "FreeGlobal",
+        "LockGlobal", "UnlockGlobal", "hEMData", "lpEMData", "hCommon",
+        // utilities
+        "strupr", "strlower", "strlwr", "stricmp", "strnicmp", "dabs", "feqi", "roundd", "lroundd",
+        "s_getname", "s_getpath", "ZEPGetTempFileName", "CallGetSet_Status", "esc_mode",
+        "AltFontsAvailable",
+        // entry table and setups
+        "fltLoadPointers", "ZEPGetFilterVersion", "CreateSetup", "EditSetup", "DestroySetup",
+        "UseDefaultSettings", "LoadString", "hRaster", "lpRaster", "hDLLModule", "export_szDLLName",
+        "szFilter",
+        // error stack
+        "push_er", "dq_es", "d_popes", "d_empes", "mov2buf"};
+    for (const char *name : names) EXPECT_NE(dlsym(module_, name), nullptr) << name;
+}
+
 TEST_F(HostView, InternalNamesStayHidden) {
     // Only documented routines leave the module; internals and the test hooks do not.
     EXPECT_EQ(dlsym(module_, "_ZN5mivo43mem7FailNthEj"), nullptr);
+    EXPECT_EQ(dlsym(module_, "_ZN5mivo43mem11LiveHandlesEv"), nullptr);
 }
 
 }  // namespace
