@@ -22,7 +22,7 @@ const std::array<FLTENTRY, FLT_ENTRY_COUNT> kEntries{{
     {"CreateSetup", FLT_ID_CREATESETUP, fn(&CreateSetup)},
     {"DestroySetup", FLT_ID_DESTROYSETUP, fn(&DestroySetup)},
     {"EditSetup", FLT_ID_EDITSETUP, fn(&EditSetup)},
-    {"EscapeSetup", FLT_ID_ESCAPESETUP, nullptr},
+    {"EscapeSetup", FLT_ID_ESCAPESETUP, fn(&xEscapeSetup)},
     {"ZEPGetFilterVersion", FLT_ID_GETFILTERVERSION, fn(&ZEPGetFilterVersion)},
     {"dd_entry", FLT_ID_DD_ENTRY, nullptr},
     {"RASTER_dd_entry", FLT_ID_RASTER_DD_ENTRY, nullptr},
