@@ -2,6 +2,7 @@
 // temporary copy, and finding files through INIDIR.
 #include <gtest/gtest.h>
 #include <mivo4/profile.h>
+#include <mivo4/stream.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
