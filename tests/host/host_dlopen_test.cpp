@@ -14,16 +14,20 @@ namespace {
 
 class HostView : public ::testing::Test {
 protected:
+    // Loaded once for the whole program and never unloaded, as hosts keep a
+    // filter they have opened: the module's handle table lives until the
+    // process ends, and unloading the module earlier would strand it.
+    static void *loadOnce() {
+        static void *module = dlopen(MIVO4_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        return module;
+    }
     void SetUp() override {
-        module_ = dlopen(MIVO4_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        module_ = loadOnce();
         ASSERT_NE(module_, nullptr) << dlerror();
         auto load = reinterpret_cast<void (*)(FLTPOINTERS *)>(dlsym(module_, "fltLoadPointers"));
         ASSERT_NE(load, nullptr);
         table_.dwHostWord = 0xABCD1234u;
         load(&table_);
-    }
-    void TearDown() override {
-        if (module_ != nullptr) dlclose(module_);
     }
     void *entry(const char *name) const {
         for (uint16_t i = 0; i < table_.wCount; ++i)
