@@ -202,6 +202,17 @@ TEST_F(DriverSession, EmptyingTheStackClearsLostCountAndResultButNotTheOldestRep
     EXPECT_EQ(state()->esl.oldest.code, 303);
 }
 
+TEST_F(DriverSession, OpeningTheDeviceEmptiesTheErrorStack) {
+    ASSERT_EQ(initialise(), 0);
+    state()->element = 4;
+    push_er(300);
+    ASSERT_EQ(state()->esl.numlost, 1);
+    EXPECT_EQ(send(1), 0);
+    EXPECT_EQ(state()->dvrstate, 2);
+    EXPECT_EQ(state()->esl.numlost, 0);
+    EXPECT_EQ(state()->esl.oldest.code, 300) << "the oldest report stays";
+}
+
 TEST_F(DriverSession, EveryElementStartsWithACleanResult) {
     ASSERT_EQ(initialise(), 0);
     state()->element = 1;

@@ -202,6 +202,14 @@ TEST_F(DriverSession, TerminateReleasesTheElementBufferStateRecordAndSetup) {
     EXPECT_NE(GlobalLock(hSetup), nullptr) << "the setup is the host's";
 }
 
+TEST_F(DriverSession, HostCommonDataWithoutARecordGives300) {
+    hCommon = 1;  // the host says it supplies the record, but gave none
+    EXPECT_EQ(initialise(), 300);
+    EXPECT_EQ(lpEMData, nullptr);
+    EXPECT_EQ(hEMData, 0u);
+    EXPECT_EQ(mivo4::mem::LiveHandles(), liveAtStart + 1);
+}
+
 TEST_F(DriverSession, StateRecordBlockHoldsTheWholeRecord) {
     ASSERT_EQ(initialise(), 0);
     EXPECT_GE(GlobalSize(hEMData), sizeof(MoRastData));
