@@ -198,7 +198,7 @@ MIVO4_API void *d_endp(void *data);   /* 5: end picture */
 MIVO4_API void *ds_dvwn(void *data);  /* 518: device window */
 MIVO4_API void *ds_bgc(void *data);   /* 519: background colour */
 MIVO4_API void *ds_dvvp(void *data);  /* 520: device viewport */
-MIVO4_API void *ds_vpsm(void *data);  /* 521: viewport specification mode */
+MIVO4_API void *ds_vpsm(void *data);  /* 521: viewport mode */
 MIVO4_API void *dq_dvvp(void *data);  /* 765: inquire device viewport */
 MIVO4_API void *dq_dvwn(void *data);  /* 767: inquire device window */
 MIVO4_API void *ds_axc(void *data);   /* 771 */

@@ -1,6 +1,5 @@
-// Settings: device window and viewport, background colour, viewport
-// specification mode, colour table, and the settings this driver accepts and
-// ignores.
+// Settings: device window and viewport, background colour, viewport mode,
+// colour table, and the settings this driver accepts and ignores.
 #include <mivo4/raster.h>
 
 // TODO: device window (six doubles from byte 16) into dtr.wn.
@@ -12,7 +11,7 @@ void *ds_bgc(void *data) { return data; }
 // TODO: device viewport x and y of both corners (bytes 16, 24, 40, 48) into dtr.vp.
 void *ds_dvvp(void *data) { return data; }
 
-// TODO: viewport specification mode and metric scale into inch.
+// TODO: viewport mode and metric scale into inch.
 void *ds_vpsm(void *data) { return data; }
 
 // TODO: colour table entries into ColorTable.

@@ -90,7 +90,7 @@ protected:
     MoRastData *s = nullptr;
 };
 
-TEST(DispatchTable, HasSeventyFourRowsWithTheDocumentedHandlersAndMasks) {
+TEST(DispatchTable, HasSeventyFourRowsWithTheirHandlersAndMasks) {
     std::vector<Row> expected = allRows();
     ASSERT_EQ(expected.size(), 74u);
     std::set<int32_t> seen;
