@@ -244,6 +244,20 @@ TEST(FileStream, ErrorIsClearedOnlyByANewOpen) {
     EXPECT_EQ(ReadFile(path), B("ok"));
 }
 
+TEST(FileStream, FailedFillMakesTheReadReturnMinusOneAndLeavesTheStreamInError) {
+    LeakCheck leaks;
+    TempDir dir;
+    std::string folder = dir.Path("folder");
+    std::filesystem::create_directory(folder);
+    HZEPIO h = zepOpen(folder.c_str(), nullptr, ZEP_OPEN_READ);
+    if (h == 0) GTEST_SKIP() << "this system does not open folders as files";
+    char c;
+    EXPECT_EQ(zepRead(h, &c, 1), -1);
+    EXPECT_EQ(Record(h)->iErrorFlag, -1);
+    EXPECT_EQ(FillZepIOBuf(h), -1);
+    EXPECT_EQ(zepClose(h), 0);
+}
+
 TEST(FileStream, FailedFlushAtCloseReturnsMinusOne) {
     LeakCheck leaks;
     if (!Exists("/dev/full")) GTEST_SKIP() << "no /dev/full on this system";

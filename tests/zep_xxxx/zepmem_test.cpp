@@ -314,6 +314,28 @@ TEST(MemoryStream, GrowthStepOfZeroGrowsAsMuchAsEachWriteNeeds) {
     EXPECT_EQ(std::memcmp(block.ptr, "abcdefghij\xFF", 11), 0);
 }
 
+TEST(MemoryStream, GrowthPastTheLargestPositionFailsAndKeepsTheBlock) {
+    LeakCheck leaks;
+    CallerBlock block(8);
+    IOINFO info = block.Info(8, 0xFFFFFFFFu);
+    HZEPIO h = zepOpen(nullptr, &info, ZEP_OPEN_CREATE | ZEP_OPEN_WRITE);
+    ASSERT_NE(h, 0u);
+    uint8_t *before = block.ptr;
+    EXPECT_EQ(zepWrite(h, "1234567", 7), 7);
+    EXPECT_EQ(zepWrite(h, "8", 1), -1) << "filling the block needs a step that would pass 2 GiB";
+    EXPECT_EQ(block.ptr, before) << "no growth was tried, so the block is untouched";
+    EXPECT_EQ(std::memcmp(block.ptr, "1234567", 7), 0);
+    EXPECT_EQ(Record(h)->iErrorFlag, -1);
+    EXPECT_EQ(zepClose(h), -1);
+
+    IOINFO normal = block.Info(8, 4096);
+    h = zepOpen(nullptr, &normal, ZEP_OPEN_CREATE | ZEP_OPEN_WRITE);
+    ASSERT_NE(h, 0u);
+    EXPECT_EQ(zepSeek(h, 0x7FFFFFF0, 0), -1);
+    EXPECT_EQ(block.ptr, before);
+    EXPECT_EQ(zepClose(h), -1);
+}
+
 TEST(MemoryStream, EmptyBlockWithCreateFlagGrowsOnTheFirstWrite) {
     LeakCheck leaks;
     CallerBlock block(0);
