@@ -7,6 +7,9 @@
 #include <mivo4/raster.h>
 #include <mivo4/setup.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -141,7 +144,24 @@ TEST_F(HostView, EveryFoundationRoutineAndDataItemIsExported) {
         "d_endp", "ds_dvwn", "ds_bgc", "ds_dvvp", "ds_vpsm", "dq_dvvp", "dq_dvwn", "ds_axc",
         "ds_tran", "ds_clpr", "ds_clip", "d_ca", "d_gdp", "ds_ct", "ds_dm", "escape",
         "RASTER_escape", "rlGetMemory", "rlLockMemory", "rlUnlockMemory", "rlPointertoHandle",
-        "rlFreeNewData"};
+        "rlFreeNewData",
+        // streams
+        "zepOpen", "zepClose", "zepCloseandDelete", "zepRead", "zepWrite", "zepSeek", "zepCopy",
+        "unxSeek", "FillZepIOBuf", "FlushZepIO", "zepReadChar", "zepWriteChar", "zepReadShort",
+        "zepReadLong", "zepReadFloat", "zepReadDouble", "zepWriteShort", "zepWriteLong",
+        "zepWriteFloat", "zepWriteDouble", "zepReadLine", "zepWriteLine", "zepSetDataFormat",
+        "zepGetDataFormat", "zepSetLineFormat", "zepGetLineFormat", "zepNativeToLE", "zepNativeToBE",
+        // profiles, setup profiles and option escapes
+        "GetPrivateProfileString", "GetPrivateProfileInt", "WritePrivateProfileString",
+        "GetProfileString", "GetProfileInt", "WriteProfileString", "INIopen", "INIclose",
+        "GetProfileDirectory", "StrIsAnInteger", "StrIsHexDigit", "stripChars", "stripComments",
+        "stripLdgTrlg", "LoadProfile", "SaveProfile", "xEscapeSetup", "GetRasterInfo",
+        "AdjustAspect", "SetResByResMode",
+        // display and printer information
+        "SetDisplayInfo", "SetPrinterInfo", "GetDisplayInfo", "GetPrinterInfo",
+        "GetDisplayColorInfo", "moveptr", "BackupProfile", "LoadProfileList", "dspX", "dspY",
+        "dspXdpi", "dspYdpi", "prtX", "prtY", "prtXdpi", "prtYdpi", "srcX", "srcY", "srcXdpi",
+        "srcYdpi"};
     for (const char *name : names) EXPECT_NE(dlsym(module_, name), nullptr) << name;
 }
 
@@ -233,6 +253,51 @@ TEST_F(HostView, ElementSessionRunsThroughTheDriverEntry) {
     EXPECT_EQ(dd32(0, 65535, nullptr), 0);
     EXPECT_EQ(*record, nullptr);
     EXPECT_EQ(destroy(setup), 0);
+}
+
+TEST_F(HostView, EscapesThroughTheTableSetTheSetupAndKeepValuesInItsProfile) {
+    char dir[] = "/tmp/mivo4hostXXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    std::string profile = std::string(dir) + "/host.ini";
+    {
+        FILE *f = std::fopen(profile.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        std::fputs("[MIVO4]\n~Mode=Fax\n[Fax]\nDriver=GP4.1\nResolution Mode=783\n", f);
+        std::fclose(f);
+    }
+    auto create = reinterpret_cast<ZHANDLE (*)(uint32_t, const char *, const char *, const char *)>(
+        entry("CreateSetup"));
+    auto destroy = reinterpret_cast<int32_t (*)(ZHANDLE)>(entry("DestroySetup"));
+    auto escape = reinterpret_cast<int32_t (*)(ZHANDLE, int32_t, int32_t, void *, void *, int32_t)>(
+        entry("EscapeSetup"));
+    auto lock = sym<void *(*)(ZHANDLE)>("GlobalLock");
+    ASSERT_TRUE(create && destroy && escape && lock);
+    EXPECT_EQ(entry("EscapeSetup"), dlsym(module_, "xEscapeSetup"));
+
+    ZHANDLE h = create(0, profile.c_str(), nullptr, nullptr);
+    ASSERT_NE(h, 0u);
+    int32_t colour = 102, res = 200, size = 1;
+    double width = 8.5;
+    EXPECT_EQ(escape(h, 1, 4, &colour, nullptr, 1), 1);
+    EXPECT_EQ(escape(h, 11, 4, &res, nullptr, 1), 1);
+    EXPECT_EQ(escape(h, 13, 8, &width, nullptr, 1), 1);
+    EXPECT_EQ(escape(h, 19, 4, &size, nullptr, 0), 1);
+    EXPECT_EQ(escape(h, 200, 4, &size, nullptr, 0), 0);
+    auto *s = static_cast<Gp4_SetupData *>(lock(h));
+    EXPECT_EQ(s->nColorMode, 104);
+    EXPECT_EQ(s->XResolution, 200);
+    EXPECT_DOUBLE_EQ(s->PrintWidth, 8.5);
+    EXPECT_EQ(s->SizeMode, 601);
+    EXPECT_EQ(destroy(h), 0);
+
+    ZHANDLE again = create(0, profile.c_str(), nullptr, nullptr);
+    auto *t = static_cast<Gp4_SetupData *>(lock(again));
+    EXPECT_EQ(t->nColorMode, 104);
+    EXPECT_EQ(t->XResolution, 200);
+    EXPECT_DOUBLE_EQ(t->PrintWidth, 0.38) << "the width is kept as .38.5";
+    EXPECT_EQ(destroy(again), 0);
+    std::remove(profile.c_str());
+    rmdir(dir);
 }
 
 TEST_F(HostView, InternalNamesStayHidden) {
