@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <mivo4/filter.h>
+#include <mivo4/memory.h>
+#include <mivo4/raster.h>
 #include <mivo4/setup.h>
 
 #include <cstring>
@@ -59,9 +61,11 @@ TEST_F(HostView, EntryTableHasNineNamedEntriesInOrderWithout1007) {
 }
 
 TEST_F(HostView, EntriesPointAtTheExportedRoutines) {
-    const char *names[] = {"CreateSetup", "DestroySetup", "EditSetup", "ZEPGetFilterVersion"};
+    const char *names[] = {"CreateSetup",         "DestroySetup", "EditSetup",
+                           "ZEPGetFilterVersion", "dd_entry",     "RASTER_dd_entry"};
     for (const char *name : names) EXPECT_EQ(entry(name), dlsym(module_, name)) << name;
     EXPECT_EQ(entry("szDLLName"), dlsym(module_, "export_szDLLName"));
+    for (const char *name : names) EXPECT_NE(entry(name), nullptr) << name;
 }
 
 TEST_F(HostView, FilterVersionIs0x2000005) {
@@ -129,10 +133,101 @@ TEST_F(HostView, EveryFoundationRoutineAndDataItemIsExported) {
     for (const char *name : names) EXPECT_NE(dlsym(module_, name), nullptr) << name;
 }
 
+TEST_F(HostView, DriverEntryHandsOutTheAddressOfThe32BitEntry) {
+    auto dd = reinterpret_cast<int32_t (*)(int16_t, void *, int32_t)>(entry("RASTER_dd_entry"));
+    ASSERT_NE(dd, nullptr);
+    void *address = nullptr;
+    EXPECT_EQ(dd(-3, &address, sizeof address), 0);
+    EXPECT_NE(address, nullptr);
+    EXPECT_EQ(address, dlsym(module_, "RASTER_dd_entry32"));
+    uint32_t version = 0;
+    auto alias = reinterpret_cast<int32_t (*)(int16_t, void *, int16_t)>(entry("dd_entry"));
+    ASSERT_NE(alias, nullptr);
+    EXPECT_EQ(alias(-2, &version, 4), 0);
+    EXPECT_EQ(version, 0x2000005u);
+}
+
+int32_t progressCalls = 0;
+int32_t countProgress(intptr_t, int32_t, int32_t, intptr_t, intptr_t, intptr_t, intptr_t) {
+    ++progressCalls;
+    return 0;
+}
+
+TEST_F(HostView, ElementSessionRunsThroughTheDriverEntry) {
+    auto *dllName = static_cast<char *>(entry("szDLLName"));
+    std::strcpy(dllName, MIVO4_MODULE_PATH);
+    auto create = reinterpret_cast<ZHANDLE (*)(uint32_t, const char *, const char *, const char *)>(
+        entry("CreateSetup"));
+    auto destroy = reinterpret_cast<int32_t (*)(ZHANDLE)>(entry("DestroySetup"));
+    ASSERT_TRUE(create && destroy);
+    ZHANDLE setup = create(0, nullptr, nullptr, nullptr);
+    ASSERT_NE(setup, 0u);
+
+    // The 32-bit entry as a host finds it: through the 16-bit entry's -3.
+    LPDDENTRY32 dd32 = nullptr;
+    auto dd = reinterpret_cast<int32_t (*)(int16_t, void *, int32_t)>(entry("RASTER_dd_entry"));
+    ASSERT_EQ(dd(-3, &dd32, sizeof dd32), 0);
+    ASSERT_NE(dd32, nullptr);
+    auto **record = sym<MoRastData **>("lpEMData");
+    ASSERT_NE(record, nullptr);
+
+    EXPORT_OPTIONS options{};
+    options.GetSet_Status = &countProgress;
+    options.hDialog = 1;
+    uint32_t support[64] = {};
+    VInitDriver init{};
+    init.connect = "session.gp4";
+    init.elbufsz = 128;
+    init.setup = setup;
+    init.export_ = &options;
+    init.InqSupData = support;
+    progressCalls = 0;
+    ASSERT_EQ(dd32(0, 0, &init), 0);
+    ASSERT_NE(init.elbuf, nullptr);
+    ASSERT_NE(*record, nullptr);
+    EXPECT_EQ(progressCalls, 1) << "the progress display was started";
+    EXPECT_EQ(support[0], 100u);
+    EXPECT_EQ(support[47], 0u) << "colour mode 103 of the default setup";
+    EXPECT_EQ(support[38], 1u);
+
+    auto *buffer = static_cast<uint8_t *>(init.elbuf);
+    auto sendElement = [&](int32_t code, int32_t param) {
+        std::memset(buffer, 0, 20);
+        std::memcpy(buffer, &code, 4);
+        std::memcpy(buffer + DVR_ELEMENT_HEADER, &param, 4);
+        return dd32(0, 2, buffer);
+    };
+    const struct {
+        int32_t code;
+        int32_t state;
+    } steps[] = {{1, 2}, {3, 4}, {4, 8}, {5, 16}, {3, 4}, {4, 8}, {5, 16}, {2, 1}};
+    for (const auto &step : steps) {
+        EXPECT_EQ(sendElement(step.code, 0), 0) << step.code;
+        EXPECT_EQ((*record)->dvrstate, step.state) << "after " << step.code;
+    }
+    EXPECT_EQ(sendElement(4, 0), 0);
+    EXPECT_EQ((*record)->dvrstate, 1) << "a body without a picture is ignored";
+
+    buffer[0] = 0xEE;
+    EXPECT_EQ(sendElement(3842, 5), 0);
+    int32_t popped = -1;
+    std::memcpy(&popped, buffer, 4);
+    EXPECT_EQ(popped, 0) << "the error stack is empty";
+
+    uint32_t version = 0;
+    EXPECT_EQ(dd32(0, 65534, &version), 4);
+    EXPECT_EQ(version, 0x2000005u);
+
+    EXPECT_EQ(dd32(0, 65535, nullptr), 0);
+    EXPECT_EQ(*record, nullptr);
+    EXPECT_EQ(destroy(setup), 0);
+}
+
 TEST_F(HostView, InternalNamesStayHidden) {
     // Only documented routines leave the module; internals and the test hooks do not.
     EXPECT_EQ(dlsym(module_, "_ZN5mivo43mem7FailNthEj"), nullptr);
     EXPECT_EQ(dlsym(module_, "_ZN5mivo43mem11LiveHandlesEv"), nullptr);
+    EXPECT_EQ(dlsym(module_, "_ZN5mivo46driver11ElementRoomEPKv"), nullptr);
 }
 
 }  // namespace
