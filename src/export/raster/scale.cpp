@@ -38,7 +38,7 @@ bool stretchXOverflows(uint32_t sx, uint32_t dx) {
 }
 
 RowScaler::RowScaler(int16_t depth, uint32_t sx, uint32_t dx, Mode mode)
-    : depth_(depth), sx_(sx), dx_(dx), dbpl_(bytesPerLine64(dx, depth)),
+    : depth_(depth), dx_(dx), dbpl_(bytesPerLine64(dx, depth)),
       replicate_(mode == Mode::ByRatio ? dx > sx : mode == Mode::Replicate), from_(dx, kUnwritten) {
     if (!replicate_) {
         // Decimation: destination pixel k takes source pixel truncate(k * sx / dx),

@@ -55,7 +55,7 @@ private:
     void scalePlain(const uint8_t *src, uint8_t *dst) const;
 
     int16_t depth_;
-    uint32_t sx_, dx_;
+    uint32_t dx_;
     uint64_t dbpl_;
     bool replicate_;
     bool identity_ = true;

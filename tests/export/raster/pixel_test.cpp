@@ -138,7 +138,7 @@ TEST(PixelAccess, AMapValueThatIsNoEntryOfTheTableIsWrittenAsAPackedColour) {
 
 TEST(PixelAccess, PixelWritesAreTracedAboveDebugLevelThree) {
     GlobalsGuard keep;
-    uint8_t row[4] = {};
+    uint8_t row[24] = {};
     _debug_color_res = 4;
     testing::internal::CaptureStderr();
     rlSetPixel(row, 4, 3, 5, 8, 1, nullptr, nullptr, 0);
