@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <vector>
 
+#include <new>
+
 #include "export/raster/colorlib.h"
 
 using namespace mivo4::color;
@@ -199,7 +201,7 @@ void convertRows(Conversion &c) {
 
 ZHANDLE rlConvertBitmapDepth(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth,
                              int16_t dst_depth, ZHANDLE Hrgb, ZHANDLE Hpnew_rgb,
-                             uint16_t num_pnew_rgb) {
+                             uint16_t num_pnew_rgb) try {
     Locked src(Hdata), srcTable(Hrgb), dstTable(Hpnew_rgb);
     const uint64_t size = bitmapSize64(w, h, dst_depth);
     Owned result(size <= UINT32_MAX ? allocBytes(size) : 0);
@@ -235,4 +237,7 @@ ZHANDLE rlConvertBitmapDepth(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_
     }
     if (_debug_color_res != 0) std::fprintf(stderr, "\nColor resolution conversion complete\n");
     return result.release();
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return 0;
 }

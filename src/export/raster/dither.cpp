@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include <new>
+
 #include "export/raster/colorlib.h"
 
 using namespace mivo4::color;
@@ -193,7 +195,7 @@ void _rlDitherOneLine(uint8_t *pLine1, uint8_t *pLine2, const VCD *rgbTable, uin
 }
 
 ZHANDLE rlDitherBitmap(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth, int16_t dst_depth,
-                       ZHANDLE Hsrcrgb, ZHANDLE *Hpnew_rgb) {
+                       ZHANDLE Hsrcrgb, ZHANDLE *Hpnew_rgb) try {
     if (!validDitherDepth(dst_depth)) return 0;
     const ZHANDLE given = Hpnew_rgb != nullptr ? *Hpnew_rgb : 0;
     Owned copy(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
@@ -207,10 +209,13 @@ ZHANDLE rlDitherBitmap(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth,
     made.release();
     if (Hpnew_rgb != nullptr) *Hpnew_rgb = choice.table;
     return result;
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return 0;
 }
 
 void rlDitherGetCT(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth, int16_t dst_depth,
-                   ZHANDLE Hsrcrgb, ZHANDLE *Hpnew_rgb, uint16_t *ctSize) {
+                   ZHANDLE Hsrcrgb, ZHANDLE *Hpnew_rgb, uint16_t *ctSize) try {
     if (Hpnew_rgb == nullptr || ctSize == nullptr || !validDitherDepth(dst_depth)) return;
     Owned copy(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
     if (copy.get() == 0) return;
@@ -227,13 +232,19 @@ void rlDitherGetCT(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth, int
     }
     *Hpnew_rgb = choice.table;
     *ctSize = choice.n;
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return;
 }
 
 ZHANDLE rlDitherGivenCT(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth, int16_t dst_depth,
-                        ZHANDLE Hsrcrgb, ZHANDLE Hpnew_rgb, uint16_t numcolors) {
+                        ZHANDLE Hsrcrgb, ZHANDLE Hpnew_rgb, uint16_t numcolors) try {
     if (rlLockMemory(Hpnew_rgb) == nullptr) return 0;
     rlUnlockMemory(Hpnew_rgb);
     Owned copy(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
     if (copy.get() == 0) return 0;
     return ditherAndConvert(copy.get(), w, h, dst_depth, Hpnew_rgb, numcolors);
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return 0;
 }

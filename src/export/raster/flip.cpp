@@ -8,6 +8,8 @@
 // and is not written.
 #include <mivo4/color.h>
 
+#include <new>
+
 #include "export/raster/colorlib.h"
 
 using namespace mivo4::color;
@@ -72,7 +74,7 @@ void swapRows(uint8_t *base, size_t size, uint64_t a, uint64_t b, uint64_t bpl, 
 
 }  // namespace
 
-ZHANDLE rlFlipBitmap(ZHANDLE Hdata, int16_t depth, uint32_t w, uint32_t h, int16_t hort, int16_t vert) {
+ZHANDLE rlFlipBitmap(ZHANDLE Hdata, int16_t depth, uint32_t w, uint32_t h, int16_t hort, int16_t vert) try {
     const uint64_t bpl = bytesPerLine64(w, depth);
     if (bpl > UINT32_MAX) return 0;
     Locked bitmap(Hdata);
@@ -101,4 +103,7 @@ ZHANDLE rlFlipBitmap(ZHANDLE Hdata, int16_t depth, uint32_t w, uint32_t h, int16
         }
     }
     return Hdata;
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return 0;
 }

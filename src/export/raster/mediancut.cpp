@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <utility>
 
+#include <new>
+
 #include "export/raster/colorlib.h"
 
 using namespace mivo4::color;
@@ -296,30 +298,37 @@ int16_t GetMaxHistSum(const clrRect *CRect, const int16_t *available, int32_t nc
 }
 
 int32_t direct_indexed(const uint8_t *RGBData, int16_t SizeX, int16_t SizeY, uint16_t *ncols,
-                       int32_t flag, VCD *cTable, ZHANDLE hColorLib) {
+                       int32_t flag, VCD *cTable, ZHANDLE hColorLib) try {
     // The caller vouches for the size of the pixels it hands over.
     const uint64_t stride = bytesPerLine64(SizeX > 0 ? static_cast<uint32_t>(SizeX) : 0, 24);
     const uint64_t rows = SizeY > 0 ? static_cast<uint64_t>(SizeY) : 0;
     RowReader reader(RGBData, static_cast<size_t>(stride * rows), stride);
     return directIndexed(RGBData != nullptr ? &reader : nullptr, SizeX, SizeY, ncols, flag, cTable,
                          hColorLib);
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return -1;
 }
 
-ZHANDLE rlReduceColorTable(ZHANDLE Hrgb, int16_t w, int16_t h, uint16_t *numcolors) {
+ZHANDLE rlReduceColorTable(ZHANDLE Hrgb, int16_t w, int16_t h, uint16_t *numcolors) try {
     if (numcolors == nullptr) return 0;
     const uint16_t requested = *numcolors;
     Locked bitmap(Hrgb);
-    ZHANDLE table = rlGetMemory(3, requested);
-    if (table == 0) return 0;
-    Locked entries(table);
+    Owned table(rlGetMemory(3, requested));
+    if (table.get() == 0) return 0;
+    Locked entries(table.get());
 
     uint16_t size = requested;
-    ZHANDLE lib = InitColorLib();
-    // Pixels past the end of the bitmap's block read as black.
-    RowReader reader(bitmap.data(), bitmap.size(), bytesPerLine64(w > 0 ? static_cast<uint32_t>(w) : 0, 24));
-    // A failure shows as a zero-filled table of the requested size.
-    directIndexed(bitmap ? &reader : nullptr, w, h, &size, 3, entries.as<VCD>(), lib);
-    TermColorLib(lib);
+    {
+        struct Record {
+            ZHANDLE h = InitColorLib();
+            ~Record() { TermColorLib(h); }
+        } lib;
+        // Pixels past the end of the bitmap's block read as black.
+        RowReader reader(bitmap.data(), bitmap.size(), bytesPerLine64(w > 0 ? static_cast<uint32_t>(w) : 0, 24));
+        // A failure shows as a zero-filled table of the requested size.
+        directIndexed(bitmap ? &reader : nullptr, w, h, &size, 3, entries.as<VCD>(), lib.h);
+    }
 
     if (_debug_color_res != 0) {
         std::fprintf(stderr, "Color Reduction in Process...24bit -> %d colors\n", requested);
@@ -329,5 +338,8 @@ ZHANDLE rlReduceColorTable(ZHANDLE Hrgb, int16_t w, int16_t h, uint16_t *numcolo
             std::fprintf(stderr, "   color %d: [%d, %d, %d]\n", k, t[k].red, t[k].green, t[k].blue);
     }
     *numcolors = size;
-    return table;
+    return table.release();
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return 0;
 }

@@ -183,11 +183,12 @@ int32_t stretchRows(SourceRows &src, uint8_t *dst, int16_t depth, uint32_t sx, u
     return 0;
 }
 
-ZHANDLE scaleBitmap(ZHANDLE hData, int16_t depth, uint32_t sw, uint32_t sh, uint32_t dw, uint32_t dh) {
+ZHANDLE scaleBitmap(ZHANDLE hData, int16_t depth, uint32_t sw, uint32_t sh, uint32_t dw, uint32_t dh) try {
     const bool stretch = vertical(sh, dh);
     if ((!stretch && shrinkOverflows(sh, dh)) || (dw > sw && stretchXOverflows(sw, dw))) return 0;
     const uint64_t size = bitmapSize64(dw, dh, depth);
-    if (size > UINT32_MAX) return 0;
+    // Neither bitmap can be larger than a block can be.
+    if (size > UINT32_MAX || bytesPerLine64(sw, depth) > UINT32_MAX) return 0;
     Owned result(allocBytes(size));
     Locked out(result.get());
     if (!out) return 0;
@@ -201,6 +202,9 @@ ZHANDLE scaleBitmap(ZHANDLE hData, int16_t depth, uint32_t sw, uint32_t sh, uint
             shrinkRows(rows, out.data(), depth, sw, sh, dw, dh);
     }
     return result.release();
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return 0;
 }
 
 namespace {
@@ -230,7 +234,7 @@ int32_t runOp(SourceRows &src, uint8_t *dst, int16_t depth, uint32_t sx, uint32_
 }  // namespace
 
 int32_t scalePointers(const uint8_t *psrc, uint8_t *pdst, int16_t depth, uint32_t sx, uint32_t sy, uint32_t dx,
-                      uint32_t dy, PointerOp op) {
+                      uint32_t dy, PointerOp op) try {
     if (psrc == nullptr || pdst == nullptr) return 0;
     const uint64_t srcBpl = bytesPerLine64(sx, depth);
     const uint64_t dstSize = bitmapSize64(dx, dy, depth);
@@ -257,6 +261,9 @@ int32_t scalePointers(const uint8_t *psrc, uint8_t *pdst, int16_t depth, uint32_
     const int32_t rc = runOp(rows, whole.data(), depth, sx, sy, dx, dy, op);
     std::memcpy(pdst, whole.data(), static_cast<size_t>(dstRoom));
     return rc;
+} catch (const std::bad_alloc &) {
+    // Working memory of the process ran out: the nearest failure.
+    return -1;
 }
 
 }  // namespace mivo4::color

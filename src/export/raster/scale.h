@@ -26,15 +26,19 @@ bool stretchXOverflows(uint32_t sx, uint32_t dx);
 class SourceRows {
 public:
     SourceRows(const uint8_t *base, size_t size, uint64_t bpl, uint64_t rows)
-        : reader_(base, size, bpl), rows_(rows), zeros_(bpl, 0) {}
+        : reader_(base, size, bpl), rows_(rows), bpl_(bpl) {}
     const uint8_t *row(int64_t y) {
-        if (y < 0 || static_cast<uint64_t>(y) >= rows_) return zeros_.data();
+        if (y < 0 || static_cast<uint64_t>(y) >= rows_) {
+            if (zeros_.size() != bpl_) zeros_.assign(bpl_, 0);
+            return zeros_.data();
+        }
         return reader_.row(static_cast<uint64_t>(y));
     }
 
 private:
     RowReader reader_;
     uint64_t rows_;
+    uint64_t bpl_;
     std::vector<uint8_t> zeros_;
 };
 

@@ -173,6 +173,7 @@ TEST(Scaling, CountsBeyondSixteenBitsAreRefused) {
     uint8_t row[8] = {};
     EXPECT_EQ(StretchX(src.data(), row, 1, 1, 1, 40000), -1);
     EXPECT_EQ(Shrink(src.data(), row, 8, 1, 40000, 1, 1), -1);
+    EXPECT_EQ(rlShrinkBitmap(hs, 32, 0xFFFFFFFFu, 1, 2, 1), 0u) << "a source row no block can hold";
     ZHANDLE ok = rlShrinkBitmap(hs, 8, 4, 32767, 4, 2);
     EXPECT_NE(ok, 0u) << "32767 still fits";
     GlobalFree(ok);
