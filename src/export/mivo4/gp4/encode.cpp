@@ -1,0 +1,426 @@
+// The Group 4 (T.6) coder of the GP4 writer.
+//
+// One call codes one band of rows. The bit position and the last row of each
+// band are kept in the current setup record, and the partly filled last byte
+// is read back from the output stream, so that all bands of a picture form one
+// unbroken bit stream, exactly as if the whole picture had been coded at once.
+// Rows follow each other bit by bit: no EOL, no byte alignment, and no EOFB at
+// the end; the last byte is filled with zero bits.
+//
+// Group4 is the fast coder: changing elements are found 64 pixels at a time
+// (g4find.h), codes go through a 64-bit accumulator and whole bytes are stored
+// four at a time, and a row equal to its reference row (frequent in text) is
+// coded as the run of V0 codes it must give without searching. AddRun, AddCode
+// and SetRefPositions are the documented one-code-at-a-time routines; they
+// produce the same bytes and are kept for callers that code by hand.
+#include <mivo4/gp4.h>
+#include <mivo4/memory.h>
+#include <mivo4/raster.h>
+#include <mivo4/setup.h>
+#include <mivo4/stream.h>
+#include <mivo4/util.h>
+
+#include <cstring>
+
+#include "export/mivo4/gp4/g4find.h"
+
+namespace {
+
+using mivo4::g4::CountChanges;
+using mivo4::g4::NextChange;
+using mivo4::g4::RowBytes;
+using mivo4::g4::SameRow;
+
+// Room checked before every coding step: a step whose runs are at most 2560
+// pixels long emits at most 53 bits (3 for the mode, and per run at most one
+// make-up of 13 and one terminating code of 12 bits), which with a partly used
+// byte ahead of it touches at most 9 bytes from the current one.
+constexpr uint32_t kStepMargin = 10;
+// Longer runs add one 12-bit make-up code of 2560 per 2560 pixels; such a step
+// is measured before it is coded and the buffer grown until it fits.
+constexpr uint32_t kLongStep = 2560;
+constexpr uint32_t kGrowth = 5000;
+constexpr uint32_t kMakeup2560Bits = 12;
+
+// Pending output bits. Codes are or-ed into a 64-bit accumulator, top bit
+// first; as soon as four bytes are complete they are stored. Bytes are thus
+// written only once all their bits are known, and never past the current byte.
+struct BitSink {
+    uint8_t *buf = nullptr;
+    uint32_t stored = 0;  // whole bytes already in buf
+    uint64_t acc = 0;     // pending bits, left-aligned
+    uint32_t bits = 0;    // number of pending bits, below 32 between calls
+
+    // `code` left-aligned in 32 bits, `n` <= 32 bits long.
+    void Put(uint32_t code, uint32_t n) {
+        acc |= static_cast<uint64_t>(code) << (32 - bits);
+        bits += n;
+        if (bits >= 32) {
+            uint32_t word = __builtin_bswap32(static_cast<uint32_t>(acc >> 32));
+            std::memcpy(buf + stored, &word, 4);
+            stored += 4;
+            acc <<= 32;
+            bits -= 32;
+        }
+    }
+    void Ones(uint32_t count) {
+        for (; count >= 32; count -= 32) Put(0xFFFFFFFFu, 32);
+        if (count != 0) Put(~0u << (32 - count), count);
+    }
+    // Index of the byte that receives the next bit, and the bits used in it.
+    uint32_t BytePos() const { return stored + (bits >> 3); }
+    uint32_t BitPos() const { return bits & 7; }
+    uint64_t TotalBits() const { return static_cast<uint64_t>(stored) * 8 + bits; }
+    // Stores the pending bytes, the partly filled one included; returns the count.
+    uint32_t Finish() {
+        uint32_t n = (bits + 7) >> 3;
+        for (uint32_t i = 0; i < n; ++i) buf[stored + i] = static_cast<uint8_t>(acc >> (56 - 8 * i));
+        return stored + n;
+    }
+};
+
+inline uint32_t Code32(const uint32_t entry[2]) { return entry[1] << 16; }
+
+// Bits of the codes of one run, as AddRun emits them.
+uint32_t RunBits(const uint32_t (*table)[2], uint32_t len) {
+    uint32_t n = 0;
+    for (; len > kLongStep; len -= kLongStep) n += kMakeup2560Bits;
+    if (len >= 64) {
+        n += table[63 + len / 64][0];
+        len %= 64;
+    }
+    return n + table[len][0];
+}
+
+void PutRun(BitSink &out, const uint32_t (*table)[2], uint32_t len) {
+    for (; len > kLongStep; len -= kLongStep) out.Put(Code32(table[GP4_MAKEUP_2560]), table[GP4_MAKEUP_2560][0]);
+    if (len >= 64) {
+        const uint32_t *e = table[63 + len / 64];
+        out.Put(Code32(e), e[0]);
+        len %= 64;
+    }
+    out.Put(Code32(table[len]), table[len][0]);
+}
+
+// Horizontal mode: the mode code and both runs, in one store when the runs are short.
+void PutHorizontal(BitSink &out, bool isWhite, uint32_t run1, uint32_t run2) {
+    const uint32_t(*first)[2] = isWhite ? ::white : ::black;
+    const uint32_t(*second)[2] = isWhite ? ::black : ::white;
+    if (run1 < 64 && run2 < 64) {
+        uint32_t n1 = first[run1][0];
+        uint32_t n2 = second[run2][0];
+        uint32_t code = Code32(twoD[GP4_MODE_HORIZONTAL]) |
+                        (first[run1][1] << (13)) |
+                        (second[run2][1] << (13 - n1));
+        out.Put(code, 3 + n1 + n2);
+        return;
+    }
+    out.Put(Code32(twoD[GP4_MODE_HORIZONTAL]), twoD[GP4_MODE_HORIZONTAL][0]);
+    PutRun(out, first, run1);
+    PutRun(out, second, run2);
+}
+
+uint8_t *Lock(ZHANDLE h) { return static_cast<uint8_t *>(GlobalLock(h)); }
+
+}  // namespace
+
+uint32_t SetRefPositions(const uint8_t *lpRefLine, uint32_t A0, uint8_t Color, uint32_t Width) {
+    if (lpRefLine == nullptr) return Width;  // no row: no changing element
+    return NextChange(lpRefLine, RowBytes(Width), A0, Color != GP4_BLACK, Width);
+}
+
+void AddRun(uint8_t *Buffer, uint8_t Color, uint32_t len, uint32_t *BytePos, uint32_t *BitPos) {
+    if (Buffer == nullptr || BytePos == nullptr || BitPos == nullptr) return;
+    const uint32_t(*table)[2] = Color != 0 ? white : black;
+    // A bit position past 7 would shift code bits out of the byte pair.
+    *BytePos += *BitPos / 8;
+    *BitPos %= 8;
+    for (;;) {
+        uint32_t entry;
+        bool last = false;
+        if (len > kLongStep) {
+            entry = GP4_MAKEUP_2560;
+            len -= kLongStep;
+        } else if (len >= 64) {
+            entry = 63 + len / 64;
+            len %= 64;
+        } else {
+            entry = len;
+            last = true;
+        }
+        uint32_t n = table[entry][0];
+        uint32_t code = table[entry][1];
+        uint32_t pos = *BytePos;
+        uint32_t bit = *BitPos;
+        // The code spans up to three bytes: the bits that fall off the right of
+        // the byte pair go to the third, which is assigned, as is the second;
+        // only the first, already partly used, is or-ed into.
+        if (n + bit > 16) Buffer[pos + 2] = static_cast<uint8_t>((code & 0xFFu) << (8 - bit));
+        code >>= bit;
+        Buffer[pos + 1] = static_cast<uint8_t>(code & 0xFFu);
+        Buffer[pos] |= static_cast<uint8_t>(code >> 8);
+        bit += n;
+        *BytePos = pos + bit / 8;
+        *BitPos = bit % 8;
+        if (last) return;
+    }
+}
+
+void AddCode(uint8_t *Buffer, uint32_t Mode, uint32_t *BytePos, uint32_t *BitPos) {
+    if (Buffer == nullptr || BytePos == nullptr || BitPos == nullptr || Mode > GP4_MODE_VR3) return;
+    *BytePos += *BitPos / 8;
+    *BitPos %= 8;
+    uint32_t code = twoD[Mode][1] >> *BitPos;
+    Buffer[*BytePos] |= static_cast<uint8_t>(code >> 8);
+    *BitPos += twoD[Mode][0];
+    if (*BitPos > 7) {
+        *BitPos %= 8;
+        *BytePos += 1;
+        Buffer[*BytePos] = static_cast<uint8_t>(code & 0xFFu);
+    }
+}
+
+void IncreaseOutBuf(ZHANDLE *hOutBuf, uint8_t **lpOutBuf, uint32_t *nOutSize) {
+    if (hOutBuf == nullptr || lpOutBuf == nullptr || nOutSize == nullptr) return;
+    GlobalUnlock(*hOutBuf);
+    ZHANDLE grown = 0;
+    if (*nOutSize <= UINT32_MAX - kGrowth) {
+        *nOutSize += kGrowth;
+        // Re-allocation always moves the block and frees the old one, even on
+        // failure: the old pointer is dead either way.
+        grown = GlobalReAlloc(*hOutBuf, *nOutSize, GHND);
+    } else {
+        // A block this large cannot grow: given up as a failed growth would be.
+        GlobalFree(*hOutBuf);
+    }
+    if (grown != 0) {
+        *hOutBuf = grown;
+        *lpOutBuf = Lock(grown);
+        return;
+    }
+    *hOutBuf = 0;
+    *lpOutBuf = nullptr;
+    push_er(RASTER_ERR_MEMORY);
+}
+
+uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t ScanLines,
+                uint32_t BytesPerRow) {
+    Gp4_SetupData *setup = lpRaster;
+    // Without a setup there is nowhere to keep the band state; rows shorter
+    // than the width would be read past their end.
+    if (setup == nullptr || hOutBuf == nullptr) return 0;
+    const uint32_t rowBytes = RowBytes(Width);
+    if (BytesPerRow < rowBytes || (InBuf == nullptr && ScanLines != 0)) return 0;
+
+    // 1. The output buffer.
+    uint32_t nOutSize = GlobalSize(*hOutBuf);
+    uint8_t *lpOutBuf = Lock(*hOutBuf);
+    if (lpOutBuf == nullptr) return 0;
+    uint32_t OutBitPos = setup->gp4_BitOffset % 8;
+
+    // 2. The first band of a picture takes a reference block of its row size.
+    if (setup->gp4_stateInfoSaved == 0) {
+        ZHANDLE h = GlobalAlloc(GHND, BytesPerRow);
+        if (h == 0) {
+            GlobalUnlock(*hOutBuf);
+            return 0;
+        }
+        // The block the driver open left here (or a stale one) is replaced:
+        // free it rather than lose it.
+        GlobalFree(setup->gp4_refLine);
+        setup->gp4_refLine = h;
+    }
+
+    // 3. The reference row, and the partly filled byte of the last band.
+    uint8_t *lpGP4RefLine = Lock(setup->gp4_refLine);
+    const uint8_t *lpRefLine = nullptr;
+    if (setup->gp4_stateInfoSaved != 0) {
+        if (lpGP4RefLine != nullptr && GlobalSize(setup->gp4_refLine) >= BytesPerRow) {
+            lpRefLine = lpGP4RefLine;
+        } else {
+            // The saved row is gone (the driver close frees it) or shorter than
+            // these rows: reading it would leave its block. Start the band on a
+            // fresh block against an all-white line, as the first band would.
+            ZHANDLE h = GlobalAlloc(GHND, BytesPerRow);
+            if (h == 0) {
+                GlobalUnlock(*hOutBuf);
+                return 0;
+            }
+            GlobalFree(setup->gp4_refLine);
+            setup->gp4_refLine = h;
+            lpGP4RefLine = Lock(h);
+        }
+        if (OutBitPos != 0) {
+            if (nOutSize == 0) IncreaseOutBuf(hOutBuf, &lpOutBuf, &nOutSize);
+            if (lpOutBuf != nullptr) {
+                // byteOffset = OutBitPos / 8 + 1, which is always 1: step back
+                // over the last byte written, read it into the start of the
+                // buffer, and step back again so that it is overwritten,
+                // completed by this band's first codes.
+                const int32_t byteOffset = static_cast<int32_t>(OutBitPos / 8 + 1);
+                zepSeek(setup->FileHandle, -byteOffset, 1);
+                zepRead(setup->FileHandle, lpOutBuf, byteOffset);
+                zepSeek(setup->FileHandle, -byteOffset, 1);
+            }
+        }
+    }
+
+    BitSink out;
+    out.buf = lpOutBuf;
+    out.bits = OutBitPos;
+    // Codes are or-ed into the first byte, so whatever it holds stays.
+    if (lpOutBuf != nullptr && nOutSize != 0) out.acc = static_cast<uint64_t>(lpOutBuf[0]) << 56;
+
+    const uint8_t *row = InBuf;
+    uint32_t RowCount = 0;
+    uint32_t A0 = 0;
+    bool isWhite = true;  // Color: 255 while true, 0 while false
+    uint32_t B1 = Width;
+    uint32_t B2 = Width;
+    bool cancelled = false;
+    uint32_t reportedRow = UINT32_MAX;
+    uint32_t lastTemp = UINT32_MAX;
+
+    auto grow = [&]() {
+        IncreaseOutBuf(hOutBuf, &lpOutBuf, &nOutSize);
+        out.buf = lpOutBuf;
+        return *hOutBuf != 0;
+    };
+    auto rowDone = [&]() {
+        A0 = 0;
+        isWhite = true;
+        ++RowCount;
+        lpRefLine = row;
+        row += BytesPerRow;
+    };
+
+    // 4. One pass per coding step.
+    while (RowCount < ScanLines && *hOutBuf != 0) {
+        // a. Progress, 50..100 over the band. The value only changes with the
+        //    row, so the host hears each value once, before the first step that
+        //    carries it; a non-zero answer stops the band at that step.
+        if (RowCount != reportedRow) {
+            reportedRow = RowCount;
+            EXPORT_OPTIONS *lpExport = setup->lpExport;
+            uint32_t Temp = 50 + static_cast<uint32_t>((RowCount + 1) * 50.0 / ScanLines);
+            if (lpExport != nullptr && Temp != lastTemp) {
+                lastTemp = Temp;
+                if (CallGetSet_Status(lpExport->GetSet_Status, lpExport->hDialog, 0, 0, 0, Temp, 0,
+                                      0) != 0) {
+                    cancelled = true;
+                    break;
+                }
+            }
+        }
+
+        // b. Room for one step, else grow and start the pass again.
+        if (out.BytePos() + kStepMargin >= nOutSize) {
+            grow();
+            continue;
+        }
+
+        // A row equal to its reference row codes as one V0 per changing element
+        // plus one for the end of the row: every a1 lies on its b1.
+        if (A0 == 0 && isWhite && lpRefLine != nullptr && SameRow(row, lpRefLine, Width)) {
+            uint32_t steps = CountChanges(row, rowBytes, Width) + 1;
+            // Step by step the room check would grow the buffer whenever a step
+            // starts within the margin of its end; the same growths happen here
+            // at the same steps.
+            bool lost = false;
+            while (steps != 0) {
+                uint64_t room = nOutSize > kStepMargin ? uint64_t{nOutSize - kStepMargin} * 8 : 0;
+                uint64_t fit = room > out.TotalBits() ? room - out.TotalBits() : 0;
+                uint32_t now = fit < steps ? static_cast<uint32_t>(fit) : steps;
+                out.Ones(now);
+                steps -= now;
+                if (steps != 0 && !grow()) {
+                    lost = true;
+                    break;
+                }
+            }
+            if (lost) break;
+            rowDone();
+            continue;
+        }
+
+        // c. Changing elements.
+        uint32_t A1 = NextChange(row, rowBytes, A0, isWhite, Width);
+        if (lpRefLine != nullptr) {
+            B1 = NextChange(lpRefLine, rowBytes, A0, isWhite, Width);
+            B2 = NextChange(lpRefLine, rowBytes, B1, !isWhite, Width);
+        }
+
+        if (B2 < A1) {
+            // d. Pass mode.
+            out.Put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
+            A0 = B2;
+        } else if (A1 + 3 >= B1 && B1 + 3 >= A1) {
+            // e. Vertical mode.
+            const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(A1 - B1)];
+            out.Put(Code32(e), e[0]);
+            A0 = A1;
+            isWhite = !isWhite;
+        } else {
+            // f. Horizontal mode.
+            uint32_t A2 = NextChange(row, rowBytes, A1, !isWhite, Width);
+            if (A2 - A0 > kLongStep) {
+                // Runs this long emit more than the step margin covers.
+                uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] +
+                                RunBits(isWhite ? ::white : ::black, A1 - A0) +
+                                RunBits(isWhite ? ::black : ::white, A2 - A1);
+                bool lost = false;
+                while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 2 >= nOutSize) {
+                    if (!grow()) {
+                        lost = true;
+                        break;
+                    }
+                }
+                if (lost) break;
+            }
+            PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
+            A0 = A2;
+        }
+
+        // g. End of the row.
+        if (A0 == Width) rowDone();
+    }
+
+    // 5. The band's bytes, and the state the next band continues from.
+    uint32_t OutBytePos = 0;
+    if (!cancelled) {
+        // A lost buffer still answers the count; Encode sees the handle gone.
+        OutBytePos = *hOutBuf != 0 ? out.Finish() : out.BytePos() + (out.BitPos() != 0 ? 1 : 0);
+    }
+    setup->gp4_stateInfoSaved = 1;
+    setup->gp4_BitOffset = out.BitPos();
+    if (lpRefLine != nullptr && lpGP4RefLine != nullptr && lpRefLine != lpGP4RefLine)
+        std::memcpy(lpGP4RefLine, lpRefLine, BytesPerRow);
+    GlobalUnlock(setup->gp4_refLine);
+    if (*hOutBuf != 0) GlobalUnlock(*hOutBuf);
+    return OutBytePos;
+}
+
+int32_t Encode(HZEPIO hOutFile, const uint8_t *hpInBuf, uint32_t dwSize, uint32_t nWidth,
+               uint32_t nHeight) {
+    // No rows: nothing to code (and no row size to divide out).
+    if (nHeight == 0) return 0;
+    if (lpRaster == nullptr) return -1;  // no band state to code against
+    uint32_t BytesPerRow = dwSize / nHeight;
+    // Rows that cannot hold the width would be read past the caller's block.
+    if (BytesPerRow < RowBytes(nWidth) || hpInBuf == nullptr) return -1;
+
+    ZHANDLE hOut = GlobalAlloc(GHND, dwSize);
+    if (hOut == 0) return -1;
+    uint32_t count = Group4(hpInBuf, &hOut, nWidth, nHeight, BytesPerRow);
+    uint8_t *lpOut = Lock(hOut);
+    if (lpOut == nullptr) return -1;  // lost while growing; nothing of the band is written
+    if (count != 0 && zepWriteChar(hOutFile, lpOut, static_cast<int32_t>(count)) <
+                          static_cast<int32_t>(count)) {
+        // A short write leaves the stream in error and the export is over; the
+        // block is left as it is, locked.
+        return -1;
+    }
+    GlobalUnlock(hOut);
+    GlobalFree(hOut);
+    return 0;
+}
