@@ -126,7 +126,8 @@ typedef struct VInitDriver {
     ZEPFARPROC dvrmgr;            /* the host's driver-manager callback */
     uint32_t handle;
     int32_t id;
-    const char *connect;          /* output connection name (file), or null/empty */
+    char *connect;                /* output connection name (file), or null/empty; the GP4
+                                     driver's open empties it, so it must be writable */
     int32_t type;
     const char *drpath;
     const char *fntpath;

@@ -208,7 +208,8 @@ TEST_F(HostView, ElementSessionRunsThroughTheDriverEntry) {
     options.hDialog = 1;
     uint32_t support[64] = {};
     VInitDriver init{};
-    init.connect = "session.gp4";
+    char connectName[] = "session.gp4";
+    init.connect = connectName;
     init.elbufsz = 128;
     init.setup = setup;
     init.export_ = &options;

@@ -247,7 +247,8 @@ TEST_F(DriverSession, SecondInitialiseWhileRunningReturnsZeroAndChangesNothing) 
     VInitDriver again = init;
     again.elbuf = nullptr;
     again.elbufsz = 1024;
-    again.connect = "other.gp4";
+    char otherName[] = "other.gp4";
+    again.connect = otherName;
     std::array<uint32_t, 64> otherSup;
     otherSup.fill(mivo4::test::kUntouched);
     again.InqSupData = otherSup.data();

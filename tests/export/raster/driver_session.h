@@ -53,7 +53,7 @@ protected:
         options.GetSet_Status = &recordStatus;
         options.hDialog = 0x5151;
         supData.fill(kUntouched);
-        init.connect = "out.gp4";
+        init.connect = connectName;
         init.elbufsz = 256;
         init.setup = hSetup;
         init.export_ = &options;
@@ -99,6 +99,7 @@ protected:
     Gp4_SetupData *setup = nullptr;
     EXPORT_OPTIONS options{};
     std::array<uint32_t, 64> supData{};
+    char connectName[16] = "out.gp4";
     VInitDriver init{};
 };
 

@@ -127,7 +127,7 @@ TEST_F(DriverSession, NoProgressStartWithoutStatusFunctionHostValueOrOptions) {
 
 TEST_F(DriverSession, LongConnectionNameIsCutToTheRecordsField) {
     std::string name(300, 'n');
-    init.connect = name.c_str();
+    init.connect = name.data();
     ASSERT_EQ(initialise(), 0);
     EXPECT_EQ(std::string(state()->szFileName), std::string(143, 'n'));
 }
