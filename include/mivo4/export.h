@@ -16,6 +16,19 @@ typedef struct EXPORT_OPTIONS {
     uint32_t hDC;                  /* host device context */
 } EXPORT_OPTIONS;
 
+/* The host's call record of a bitmap export. */
+typedef struct IMPORT_OPTIONS {
+    uint16_t Version;            /* the host's record version */
+    uint32_t hInputData;
+    ZHANDLE hOutputData;         /* the setup to export with */
+    const char *lpszDriverPath;
+    const char *lpszWorkPath;
+    const char *lpszFontPath;
+    EXPORT_OPTIONS *lpExport;    /* progress callback, the host's stream, hMF answer */
+    intptr_t FileHandle;
+    int32_t FilePos;
+} IMPORT_OPTIONS;
+
 /* The host's description of a picture and its screen, for the output-size query. */
 typedef struct zepRasterInfoInput {
     int32_t dpiscreen;
