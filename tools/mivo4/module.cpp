@@ -11,8 +11,18 @@
 namespace mivo4::host {
 
 Module::~Module() {
-    if (handle_ != nullptr) dlclose(handle_);
+    if (handle_ != nullptr && !keep_) dlclose(handle_);
 }
+
+namespace {
+
+template <class F>
+bool bind(F &slot, void *target) {
+    slot = reinterpret_cast<F>(target);
+    return target != nullptr;
+}
+
+}  // namespace
 
 bool Module::open(const std::string &path) {
     path_ = path;
@@ -40,6 +50,21 @@ bool Module::open(const std::string &path) {
         std::memcpy(name, full, n);
         name[n] = '\0';
     }
+    const char *missing = nullptr;
+    if (!bind(api_.createSetup, entry("CreateSetup"))) missing = "CreateSetup";
+    else if (!bind(api_.destroySetup, entry("DestroySetup"))) missing = "DestroySetup";
+    else if (!bind(api_.editSetup, entry("EditSetup"))) missing = "EditSetup";
+    else if (!bind(api_.escapeSetup, entry("EscapeSetup"))) missing = "EscapeSetup";
+    else if (!bind(api_.globalAlloc, symbol("GlobalAlloc"))) missing = "GlobalAlloc";
+    else if (!bind(api_.globalLock, symbol("GlobalLock"))) missing = "GlobalLock";
+    else if (!bind(api_.globalUnlock, symbol("GlobalUnlock"))) missing = "GlobalUnlock";
+    else if (!bind(api_.globalFree, symbol("GlobalFree"))) missing = "GlobalFree";
+    else if (!bind(api_.globalSize, symbol("GlobalSize"))) missing = "GlobalSize";
+    if (missing != nullptr) {
+        error_ = path + ": the module has no " + missing;
+        return false;
+    }
+    bind(api_.exportCellData, entry("ExportCellData"));
     return true;
 }
 

@@ -1,0 +1,313 @@
+#include "cli.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "demo.h"
+#include "exporter.h"
+#include "gp4file.h"
+#include "image.h"
+#include "module.h"
+#include "outfile.h"
+
+namespace mivo4::host {
+
+namespace {
+
+const char kUsage[] =
+    "usage: mivo4 [--module PATH] COMMAND ...\n"
+    "\n"
+    "  mivo4 export [options] INPUT OUTPUT   export a PNG, JPEG, TIFF or PNM picture as GP4\n"
+    "  mivo4 export [options] --demo OUTPUT  export the built-in test chart\n"
+    "  mivo4 info FILE.cal                    show the header and check the coded picture\n"
+    "  mivo4 decode FILE.cal OUT.pbm|OUT.png  decode a GP4 file to look at it\n"
+    "  mivo4 module-info                      show the module's entry table and version\n"
+    "                                          (also: mivo4 info with no file)\n"
+    "\n"
+    "export options:\n"
+    "  --size screen|printer|user|picture     size mode (default: the profile's, else user)\n"
+    "  --width INCHES  --height INCHES        output box, 0.03125 to 22 inches\n"
+    "  --dpi N                                output resolution (default: the profile's, else 300)\n"
+    "  --source-dpi N                         the picture's resolution (default: from the file, else 0)\n"
+    "  --screen WxH@DPI                       the screen told to the module (default 1280x1078@96)\n"
+    "  --output-mode file|memory|callback     how the module writes (default file)\n"
+    "  --progress                             a progress bar on standard error\n"
+    "  --profile FILE --mode NAME             start from a mode of a setup profile\n"
+    "  --no-verify                            do not decode the result before keeping it\n"
+    "OUTPUT may be - for standard output. The module is $MIVO4_MODULE, else mivo42.flt beside mivo4.\n";
+
+// A usage error: message and exit code 2.
+struct UsageError {
+    std::string message;
+};
+
+int fail(const std::string &message, int code = 1) {
+    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
+    return code;
+}
+
+bool parseInt(const std::string &text, long lo, long hi, int &out) {
+    if (text.empty()) return false;
+    char *end = nullptr;
+    errno = 0;
+    long v = std::strtol(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || v < lo || v > hi) return false;
+    out = static_cast<int>(v);
+    return true;
+}
+
+bool parseDouble(const std::string &text, double &out) {
+    if (text.empty()) return false;
+    char *end = nullptr;
+    errno = 0;
+    double v = std::strtod(text.c_str(), &end);
+    if (errno != 0 || *end != '\0' || !std::isfinite(v)) return false;
+    out = v;
+    return true;
+}
+
+bool endsWith(std::string s, const char *suffix) {
+    for (char &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    size_t n = std::strlen(suffix);
+    return s.size() >= n && s.compare(s.size() - n, n, suffix) == 0;
+}
+
+int moduleInfo(const Module &module) {
+    const FLTPOINTERS &t = module.table();
+    std::printf("module: %s\n", module.path().c_str());
+    auto version = reinterpret_cast<uint32_t (*)(void)>(module.entry("ZEPGetFilterVersion"));
+    if (version != nullptr) std::printf("version: 0x%08X\n", version());
+    std::printf("entries: %u\n", t.wCount);
+    for (uint16_t i = 0; i < t.wCount; ++i) {
+        const FLTENTRY &e = t.lpEntries[i];
+        std::printf("  %-20s %5u  %s\n", e.lpszName, e.wId, e.lpTarget != nullptr ? "present" : "not available");
+    }
+    return 0;
+}
+
+// ---------------------------------------------------------------- export
+
+int exportCommand(const std::string &modulePath, std::vector<std::string> args) {
+    ExportSettings s;
+    bool demo = false;
+    std::vector<std::string> files;
+    auto value = [&](size_t &i) -> std::string {
+        if (i + 1 >= args.size()) throw UsageError{args[i] + " needs a value"};
+        return args[++i];
+    };
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string &a = args[i];
+        if (a == "--size") {
+            std::string v = value(i);
+            const char *names[] = {"screen", "printer", "user", "picture"};
+            int mode = -1;
+            for (int k = 0; k < 4; ++k)
+                if (v == names[k]) mode = k;
+            if (mode < 0) throw UsageError{"--size must be screen, printer, user or picture, not \"" + v + "\""};
+            s.sizeMode = mode;
+        } else if (a == "--width" || a == "--height") {
+            std::string v = value(i);
+            double d;
+            if (!parseDouble(v, d)) throw UsageError{a + " needs a number of inches, not \"" + v + "\""};
+            (a == "--width" ? s.width : s.height) = d;
+        } else if (a == "--dpi" || a == "--source-dpi") {
+            std::string v = value(i);
+            int n;
+            if (!parseInt(v, a == "--dpi" ? 1 : 0, 32767, n))
+                throw UsageError{a + " needs a whole number from " + std::string(a == "--dpi" ? "1" : "0") +
+                                 " to 32767, not \"" + v + "\""};
+            (a == "--dpi" ? s.dpi : s.sourceDpi) = n;
+        } else if (a == "--screen") {
+            std::string v = value(i);
+            size_t x = v.find('x'), at = v.find('@');
+            int w, h, d;
+            if (x == std::string::npos || at == std::string::npos || at < x ||
+                !parseInt(v.substr(0, x), 1, 1000000, w) || !parseInt(v.substr(x + 1, at - x - 1), 1, 1000000, h) ||
+                !parseInt(v.substr(at + 1), 1, 32767, d))
+                throw UsageError{"--screen needs WIDTHxHEIGHT@DPI, for example 1280x1078@96, not \"" + v + "\""};
+            s.screenWidth = w, s.screenHeight = h, s.screenDpi = d;
+        } else if (a == "--output-mode") {
+            std::string v = value(i);
+            if (v == "file") s.mode = OutputMode::File;
+            else if (v == "memory") s.mode = OutputMode::Memory;
+            else if (v == "callback") s.mode = OutputMode::Callback;
+            else throw UsageError{"--output-mode must be file, memory or callback, not \"" + v + "\""};
+        } else if (a == "--progress") {
+            s.progress = true;
+        } else if (a == "--no-verify") {
+            s.verify = false;
+        } else if (a == "--profile") {
+            s.profile = value(i);
+        } else if (a == "--mode") {
+            s.modeName = value(i);
+        } else if (a == "--demo") {
+            demo = true;
+        } else if (a.size() > 1 && a[0] == '-' && a != "-") {
+            throw UsageError{"unknown export option " + a};
+        } else {
+            files.push_back(a);
+        }
+    }
+    if (!s.modeName.empty() && s.profile.empty()) throw UsageError{"--mode needs --profile"};
+    if (!s.profile.empty() && s.modeName.empty()) throw UsageError{"--profile needs --mode"};
+    if (demo ? files.size() != 1 : files.size() != 2)
+        throw UsageError{demo ? "export --demo needs exactly one OUTPUT" : "export needs INPUT and OUTPUT"};
+    const std::string output = files.back();
+
+    Module module;
+    if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
+    ModuleMemory memory(module.api());
+    Image image;
+    try {
+        image = demo ? makeDemoChart(memory.allocator()) : readImage(files[0], memory.allocator());
+    } catch (const ReadError &e) {
+        return fail(e.what());
+    }
+    AtomicOutput out;
+    if (!out.open(output)) return fail(out.error());
+    try {
+        ExportReport report = exportImage(module, memory, image, s, out);
+        if (!out.commit()) return fail(out.error());
+        if (output != "-")
+            std::fprintf(stderr, "mivo4: wrote %s: %u x %u pixels at %u dpi, %llu bytes\n", output.c_str(),
+                         report.width, report.height, report.density,
+                         static_cast<unsigned long long>(report.bytes));
+    } catch (const ExportError &e) {
+        out.abandon();
+        return fail(e.what(), e.exitCode);
+    }
+    return 0;
+}
+
+// ---------------------------------------------------------------- info, decode
+
+struct Loaded {
+    std::vector<uint8_t> file;
+    Gp4Header header;
+    std::vector<uint8_t> coded;
+};
+
+bool loadGp4(const std::string &path, Loaded &l, std::string &error) {
+    l.file = readWholeFile(path, error);
+    if (!error.empty()) return false;
+    if (l.file.size() < 2048) {
+        error = path + ": not a GP4 file (" + std::to_string(l.file.size()) + " bytes, less than its 2048-byte header)";
+        return false;
+    }
+    l.header = parseGp4Header(l.file);
+    if (!l.header.width || !l.header.height) {
+        error = path + ": not a GP4 file (no \"rpelcnt:\" record with width and height)";
+        return false;
+    }
+    l.coded.assign(l.file.begin() + 2048, l.file.end());
+    return true;
+}
+
+int infoCommand(const std::string &path) {
+    Loaded l;
+    std::string error;
+    if (!loadGp4(path, l, error)) return fail(error);
+    const Gp4Header &h = l.header;
+    std::printf("file: %s (%zu bytes)\n", path.c_str(), l.file.size());
+    std::printf("header:%s\n", h.wellFormed ? "" : " (has bytes that are not printable ASCII)");
+    for (size_t i = 0; i < h.records.size(); ++i)
+        if (!h.records[i].empty()) std::printf("  %4zu  %s\n", i * 128, h.records[i].c_str());
+    std::printf("width: %u pixels\nheight: %u pixels\n", *h.width, *h.height);
+    if (h.density && *h.density > 0)
+        std::printf("density: %u dpi (%.3f x %.3f inches)\n", *h.density, *h.width / double(*h.density),
+                    *h.height / double(*h.density));
+    else
+        std::printf("density: none\n");
+    const double pixels = double(*h.width) * *h.height;
+    std::printf("coded data: %zu bytes (%.4f bits per pixel)\n", l.coded.size(),
+                pixels > 0 ? l.coded.size() * 8.0 / pixels : 0.0);
+    DecodeResult d = decodeG4(l.coded, *h.width, *h.height);
+    if (!d.picture) {
+        std::printf("check: FAILED: the coded data does not decode to %u x %u pixels: %s\n", *h.width, *h.height,
+                    d.problem.c_str());
+        return 1;
+    }
+    if (codesMoreRows(l.coded, *h.width, *h.height)) {
+        std::printf("check: FAILED: the coded data holds more than %u rows\n", *h.height);
+        return 1;
+    }
+    uint64_t black = 0;
+    for (uint32_t y = 0; y < d.picture->height; ++y)
+        for (uint32_t x = 0; x < d.picture->width; ++x) black += d.picture->black(x, y);
+    std::printf("check: ok, decodes to exactly %u x %u pixels (%.2f%% black)\n", *h.width, *h.height,
+                pixels > 0 ? 100.0 * double(black) / pixels : 0.0);
+    return 0;
+}
+
+int decodeCommand(const std::string &path, const std::string &output) {
+    const bool png = endsWith(output, ".png");
+    if (!png && !endsWith(output, ".pbm") && output != "-")
+        throw UsageError{"decode writes .pbm or .png files (or - for PBM on standard output), not " + output};
+    Loaded l;
+    std::string error;
+    if (!loadGp4(path, l, error)) return fail(error);
+    DecodeResult d = decodeG4(l.coded, *l.header.width, *l.header.height);
+    if (!d.picture)
+        return fail(path + ": the coded data does not decode to " + std::to_string(*l.header.width) + " x " +
+                    std::to_string(*l.header.height) + " pixels: " + d.problem);
+    AtomicOutput out;
+    if (!out.open(output)) return fail(out.error());
+    bool ok = png ? writePng(*d.picture, out.stream(), output, error)
+                  : writePbm(*d.picture, out.stream(), output, error);
+    if (!ok) return fail(error);
+    if (!out.commit()) return fail(out.error());
+    return 0;
+}
+
+}  // namespace
+
+int runCli(int argc, char **argv) {
+    std::string modulePath = defaultModulePath(argc > 0 ? argv[0] : nullptr);
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-' && argv[i][1] != '\0'; ++i) {
+        std::string a = argv[i];
+        if (a == "--module" && i + 1 < argc) {
+            modulePath = argv[++i];
+        } else if (a == "--help" || a == "-h") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else {
+            std::fprintf(stderr, "mivo4: unknown option %s\n%s", a.c_str(), kUsage);
+            return 2;
+        }
+    }
+    std::string command = i < argc ? argv[i++] : "module-info";
+    std::vector<std::string> args(argv + i, argv + argc);
+    try {
+        if (command == "module-info" || (command == "info" && args.empty())) {
+            Module module;
+            if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
+            return moduleInfo(module);
+        }
+        if (command == "info") {
+            if (args.size() != 1) throw UsageError{"info takes one GP4 file"};
+            return infoCommand(args[0]);
+        }
+        if (command == "decode") {
+            if (args.size() != 2) throw UsageError{"decode takes a GP4 file and an output .pbm or .png"};
+            return decodeCommand(args[0], args[1]);
+        }
+        if (command == "export") return exportCommand(modulePath, args);
+        if (command == "help") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        throw UsageError{"unknown command " + command};
+    } catch (const UsageError &e) {
+        std::fprintf(stderr, "mivo4: %s\n(mivo4 --help lists the commands and options)\n", e.message.c_str());
+        return 2;
+    }
+}
+
+}  // namespace mivo4::host

@@ -1,0 +1,393 @@
+#include "exporter.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "gp4file.h"
+
+namespace mivo4::host {
+
+// ---------------------------------------------------------------- memory
+
+ModuleMemory::~ModuleMemory() {
+    for (auto &[handle, pointer] : blocks_) {
+        api_.globalUnlock(handle);
+        api_.globalFree(handle);
+    }
+}
+
+uint8_t *ModuleMemory::allocate(size_t bytes) {
+    if (bytes > 0xFFFFFFFFu) return nullptr;
+    ZHANDLE h = api_.globalAlloc(GHND, static_cast<uint32_t>(bytes));
+    if (h == 0) return nullptr;
+    auto *p = static_cast<uint8_t *>(api_.globalLock(h));
+    if (p == nullptr) {
+        api_.globalFree(h);
+        return nullptr;
+    }
+    blocks_.emplace_back(h, p);
+    return p;
+}
+
+ZHANDLE ModuleMemory::handleOf(const void *pointer) const {
+    for (const auto &[handle, p] : blocks_)
+        if (p == pointer) return handle;
+    return 0;
+}
+
+namespace {
+
+// ---------------------------------------------------------------- status
+
+// The Ctrl-C of a user who wants to stop: the module hears it at its next
+// progress report and stops; a second Ctrl-C leaves at once, taking the
+// temporary file with it.
+volatile std::sig_atomic_t interruptRequested = 0;
+char pendingTemp[4096];
+
+extern "C" void onInterrupt(int) {
+    if (interruptRequested) {
+        if (pendingTemp[0] != '\0') ::unlink(pendingTemp);
+        ::_exit(130);
+    }
+    interruptRequested = 1;
+}
+
+struct ProgressState {
+    bool show = false;
+    int shown = -1;
+};
+
+constexpr int32_t kStatusProgress = 0;  // op 0, item 0: a plain progress report, value in a5
+constexpr int32_t kStatusAskAgain = 2;  // op 2, item 61: the follow-up question after a non-zero answer
+
+void drawBar(ProgressState &p, int percent) {
+    percent = std::clamp(percent, 0, 100);
+    if (!p.show || percent == p.shown) return;
+    p.shown = percent;
+    constexpr int kCells = 40;
+    char bar[kCells + 1];
+    int full = percent * kCells / 100;
+    for (int i = 0; i < kCells; ++i) bar[i] = i < full ? '#' : '.';
+    bar[kCells] = '\0';
+    std::fprintf(stderr, "\rexporting [%s] %3d%%", bar, percent);
+    std::fflush(stderr);
+}
+
+int32_t statusCallback(intptr_t hostData, int32_t op, int32_t item, intptr_t, intptr_t a5, intptr_t,
+                       intptr_t) {
+    auto *p = reinterpret_cast<ProgressState *>(hostData);
+    if (op == kStatusProgress && item == 0 && p != nullptr) drawBar(*p, static_cast<int>(a5));
+    if ((op == kStatusProgress && item == 0) || op == kStatusAskAgain) return interruptRequested ? 1 : 0;
+    return 0;
+}
+
+// ---------------------------------------------------------------- host stream
+
+// The host's own streams, reached by the module through the output callback.
+// The module keeps only a 32-bit stream number, so open streams are numbered
+// here; the address of the host's stream travels in EXPORT_OPTIONS.FileHandle.
+struct HostStream {
+    FILE *file = nullptr;
+    bool failed = false;
+};
+std::vector<HostStream *> openStreams;
+
+enum : int32_t { kOpen = 1, kRead = 2, kWrite = 3, kSeek = 4, kClose = 5, kExists = 6, kDelete = 7 };
+
+HostStream *streamOf(intptr_t handle) {
+    if (handle <= 0 || static_cast<size_t>(handle) > openStreams.size()) return nullptr;
+    return openStreams[static_cast<size_t>(handle) - 1];
+}
+
+int32_t streamCallback(intptr_t handle, int32_t op, intptr_t arg1, intptr_t arg2) {
+    switch (op) {
+    case kOpen: {
+        // handle: the host's stream given in FileHandle; arg1 the file name
+        // (only a label here), arg2 the open flags.
+        auto *s = reinterpret_cast<HostStream *>(handle);
+        if (s == nullptr || s->file == nullptr) return 0;
+        auto slot = std::find(openStreams.begin(), openStreams.end(), nullptr);
+        if (slot == openStreams.end()) slot = openStreams.insert(openStreams.end(), nullptr);
+        *slot = s;
+        return static_cast<int32_t>(slot - openStreams.begin() + 1);
+    }
+    case kRead: {
+        HostStream *s = streamOf(handle);
+        if (s == nullptr || arg2 <= 0) return s == nullptr ? -1 : 0;
+        return static_cast<int32_t>(std::fread(reinterpret_cast<void *>(arg1), 1, static_cast<size_t>(arg2), s->file));
+    }
+    case kWrite: {
+        HostStream *s = streamOf(handle);
+        if (s == nullptr) return -1;
+        if (arg2 <= 0) return 0;
+        size_t n = std::fwrite(reinterpret_cast<const void *>(arg1), 1, static_cast<size_t>(arg2), s->file);
+        if (n != static_cast<size_t>(arg2)) s->failed = true;
+        return static_cast<int32_t>(n);
+    }
+    case kSeek: {
+        HostStream *s = streamOf(handle);
+        if (s == nullptr || arg1 == 0) return -1;
+        int32_t offset;
+        std::memcpy(&offset, reinterpret_cast<const void *>(arg1), sizeof offset);
+        int whence = arg2 == 1 ? SEEK_CUR : arg2 == 2 ? SEEK_END : SEEK_SET;
+        if (arg2 < 0 || arg2 > 2 || fseeko(s->file, offset, whence) != 0) return -1;
+        off_t pos = ftello(s->file);
+        return pos < 0 || pos > INT32_MAX ? -1 : static_cast<int32_t>(pos);
+    }
+    case kClose: {
+        HostStream *s = streamOf(handle);
+        if (s == nullptr) return -1;
+        openStreams[static_cast<size_t>(handle) - 1] = nullptr;
+        if (std::fflush(s->file) != 0) s->failed = true;
+        return s->failed ? -1 : 0;
+    }
+    case kExists:
+    case kDelete:
+    default:
+        // Not asked for by a bitmap export; the host names no files to the module.
+        return -1;
+    }
+}
+
+// ---------------------------------------------------------------- setup
+
+class Setup {
+public:
+    Setup(const ModuleApi &api, const ExportSettings &s) : api_(api) {
+        const char *profile = s.profile.empty() ? nullptr : s.profile.c_str();
+        const char *mode = s.modeName.empty() ? nullptr : s.modeName.c_str();
+        handle_ = api.createSetup(0, profile, mode, nullptr);
+        if (handle_ == 0) throw ExportError("the module could not create a setup (out of memory)");
+    }
+    ~Setup() { api_.destroySetup(handle_); }
+    Setup(const Setup &) = delete;
+    Setup &operator=(const Setup &) = delete;
+
+    ZHANDLE handle() const { return handle_; }
+
+    // What CreateSetup found: the profile it read and whether the mode's
+    // section existed (a loaded mode has an output type).
+    bool profileLoaded(std::string &profilePath) const {
+        auto *rec = static_cast<Gp4_SetupData *>(api_.globalLock(handle_));
+        if (rec == nullptr) return false;
+        profilePath.assign(rec->szProfile, strnlen(rec->szProfile, sizeof rec->szProfile));
+        bool loaded = rec->szProfile[0] != '\0' && rec->out_type[0] != '\0';
+        api_.globalUnlock(handle_);
+        return loaded;
+    }
+
+    int32_t escape(int32_t number, int32_t count, void *in, void *out = nullptr) {
+        return api_.escapeSetup(handle_, number, count, in, out, 0);
+    }
+
+private:
+    const ModuleApi &api_;
+    ZHANDLE handle_ = 0;
+};
+
+std::string inches(double v) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%g", v);
+    return text;
+}
+
+// The fixed resolutions the module knows by mode; any other goes as a user value.
+constexpr int kFixedDpi[] = {200, 240, 300, 400, 600, 1200};
+
+void applySettings(Setup &setup, const ExportSettings &s, bool profileLoaded) {
+    // Without a profile the module's defaults pair resolution mode 300 with a
+    // resolution of 96; the host's own defaults make that 300 and 300.
+    std::optional<int> sizeMode = s.sizeMode;
+    std::optional<int> dpi = s.dpi;
+    if (!profileLoaded) {
+        if (!sizeMode) sizeMode = 2;  // user size
+        if (!dpi) dpi = 300;
+    }
+    if (sizeMode) {
+        int32_t v = *sizeMode;
+        if (setup.escape(ESC_SIZE_MODE, 4, &v) != 1) throw ExportError("the module refused the size mode", 2);
+    }
+    if (s.width) {
+        double v = *s.width;
+        if (setup.escape(ESC_WIDTH, 8, &v) != 1)
+            throw ExportError("--width " + inches(v) + " is out of range (the module takes 0.03125 to 22 inches)", 2);
+    }
+    if (s.height) {
+        double v = *s.height;
+        if (setup.escape(ESC_HEIGHT, 8, &v) != 1)
+            throw ExportError("--height " + inches(v) + " is out of range (the module takes 0.03125 to 22 inches)", 2);
+    }
+    if (dpi) {
+        // The header's density field holds four digits.
+        if (*dpi > 9999) throw ExportError("--dpi " + std::to_string(*dpi) + " is out of range (1 to 9999)", 2);
+        int32_t v[2] = {RES_USER, *dpi};
+        int32_t count = 8;
+        for (size_t i = 0; i < std::size(kFixedDpi); ++i) {
+            if (kFixedDpi[i] == *dpi) {
+                v[0] = RES_200 + static_cast<int32_t>(i);
+                count = 4;
+            }
+        }
+        if (setup.escape(ESC_RES_MODE, count, v) != 1)
+            throw ExportError("--dpi " + std::to_string(*dpi) + " is out of range (the module takes 1 to 32767)", 2);
+    }
+}
+
+// ---------------------------------------------------------------- output
+
+// The memory way hands back the data followed by one 0xFF end byte and zero
+// fill up to the block's end.
+size_t memoryOutputLength(const uint8_t *data, size_t size) {
+    size_t n = size;
+    while (n > 0 && data[n - 1] == 0) --n;
+    if (n == 0 || data[n - 1] != 0xFF) return SIZE_MAX;
+    return n - 1;
+}
+
+void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &report) {
+    std::string error;
+    std::vector<uint8_t> file = readWholeFile(out.tempPath(), error);
+    if (!error.empty()) throw ExportError(error);
+    report.bytes = file.size();
+    if (file.size() <= 2048)
+        throw ExportError("the module wrote no picture (" + std::to_string(file.size()) +
+                          " bytes); is the output size too large for it?");
+    Gp4Header h = parseGp4Header(file);
+    if (!h.wellFormed || !h.width || !h.height)
+        throw ExportError("the module's output has no readable header");
+    report.width = *h.width;
+    report.height = *h.height;
+    report.density = h.density.value_or(0);
+    if (!s.verify) return;
+    std::vector<uint8_t> coded(file.begin() + 2048, file.end());
+    DecodeResult d = decodeG4(coded, *h.width, *h.height);
+    if (!d.picture)
+        throw ExportError("the module's output does not decode (" + d.problem + "); nothing was written");
+}
+
+}  // namespace
+
+bool exportInterrupted() { return interruptRequested != 0; }
+
+ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
+                         const ExportSettings &settings, AtomicOutput &out) {
+    const ModuleApi &api = module.api();
+    if (api.exportCellData == nullptr)
+        throw ExportError(module.path() + ": this module has no bitmap export (its ExportCellData entry is empty)");
+
+    Setup setup(api, settings);
+    std::string profilePath;
+    bool loaded = setup.profileLoaded(profilePath);
+    if (!settings.profile.empty() && profilePath.empty())
+        throw ExportError(settings.profile + ": profile not found (looked in $INIDIR and beside the given name)");
+    if (!settings.profile.empty() && !loaded)
+        throw ExportError(profilePath + ": no mode \"" + settings.modeName + "\" in this profile");
+    applySettings(setup, settings, loaded);
+    if (settings.mode == OutputMode::Callback) {
+        // The callback itself is the escape's data pointer.
+        if (setup.escape(ESC_OUTPUT_CALLBACK, 4, reinterpret_cast<void *>(&streamCallback)) != 1)
+            throw ExportError("the module refused the output callback");
+    }
+
+    // The picture as the module's bitmap record.
+    ZEPRaster r{};
+    r.depth = static_cast<uint16_t>(image.depth);
+    r.cx = static_cast<uint16_t>(image.width);
+    r.cy = static_cast<uint16_t>(image.height);
+    r.hBuffer = memory.handleOf(image.pixels);
+    if (r.hBuffer == 0) throw ExportError("internal error: the picture is not in the module's memory");
+    if (!image.palette.empty()) {
+        auto *table = memory.allocate(image.palette.size() * 3);
+        if (table == nullptr) throw ExportError("not enough memory for the colour table");
+        for (size_t i = 0; i < image.palette.size(); ++i) {
+            table[3 * i] = image.palette[i].red;
+            table[3 * i + 1] = image.palette[i].green;
+            table[3 * i + 2] = image.palette[i].blue;
+        }
+        r.hColorTable = memory.handleOf(table);
+    }
+    const int srcdpi = settings.sourceDpi.value_or(image.dpi);
+    zepRasterInfoInput ri{};
+    ri.dpiscreen = settings.screenDpi;
+    ri.dpiprinter = 0;  // no printer on this host
+    ri.dpipicture = srcdpi;
+    ri.picture_width = static_cast<int32_t>(image.width);
+    ri.picture_height = static_cast<int32_t>(image.height);
+    ri.screen_width = settings.screenWidth;
+    ri.screen_height = settings.screenHeight;
+
+    ProgressState progress{settings.progress, -1};
+    HostStream hostStream{out.stream(), false};
+    EXPORT_OPTIONS x{};
+    x.Version = 1;
+    x.GetSet_Status = statusCallback;
+    x.hDialog = reinterpret_cast<intptr_t>(&progress);
+    x.FileHandle = reinterpret_cast<intptr_t>(&hostStream);
+    IMPORT_OPTIONS imp{};
+    imp.Version = 1;
+    imp.hOutputData = setup.handle();
+    imp.lpExport = &x;
+
+    std::string name;
+    if (settings.mode == OutputMode::File) {
+        // The module writes the temporary file itself, by name.
+        if (!out.closeStream()) throw ExportError(out.error());
+        name = out.tempPath();
+    } else if (settings.mode == OutputMode::Callback) {
+        name = out.destination();  // a label only: the callback writes the host's stream
+    }
+
+    interruptRequested = 0;
+    std::snprintf(pendingTemp, sizeof pendingTemp, "%s", out.tempPath().c_str());
+    struct sigaction action{}, previous{};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, &previous);
+    int32_t rc = api.exportCellData(name.c_str(), &r, &ri, &imp);
+    sigaction(SIGINT, &previous, nullptr);
+    pendingTemp[0] = '\0';
+    if (progress.show && progress.shown >= 0) std::fputc('\n', stderr);
+
+    // The memory way: the block's handle comes back in hMF.
+    struct Block {
+        const ModuleApi &api;
+        ZHANDLE h;
+        ~Block() {
+            if (h != 0) {
+                api.globalUnlock(h);
+                api.globalFree(h);
+            }
+        }
+    } block{api, settings.mode == OutputMode::Memory ? x.hMF : 0};
+
+    if (interruptRequested) throw ExportError("stopped by the user", 130);
+    if (rc != 0)
+        throw ExportError(rc == 303 ? "the module could not open its output for " + out.destination()
+                                    : "the module's export failed with code " + std::to_string(rc));
+    if (settings.mode == OutputMode::Memory) {
+        if (block.h == 0) throw ExportError("the module handed back no memory block");
+        auto *data = static_cast<const uint8_t *>(api.globalLock(block.h));
+        size_t size = api.globalSize(block.h);
+        size_t length = data == nullptr ? SIZE_MAX : memoryOutputLength(data, size);
+        if (length == SIZE_MAX) throw ExportError("the module's memory block has no end marker");
+        if (std::fwrite(data, 1, length, out.stream()) != length || std::fflush(out.stream()) != 0)
+            throw ExportError(out.destination() + ": cannot write: " + std::strerror(errno));
+    } else if (settings.mode == OutputMode::Callback) {
+        if (hostStream.failed || std::fflush(out.stream()) != 0)
+            throw ExportError(out.destination() + ": cannot write: " + std::strerror(errno));
+    }
+    if (!out.closeStream()) throw ExportError(out.error());
+
+    ExportReport report;
+    checkWritten(out, settings, report);
+    return report;
+}
+
+}  // namespace mivo4::host

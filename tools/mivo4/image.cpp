@@ -1,0 +1,88 @@
+#include "image.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace mivo4::host {
+
+Format sniffFormat(const uint8_t *head, size_t n) {
+    static const uint8_t png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    if (n >= 8 && std::memcmp(head, png, 8) == 0) return Format::Png;
+    if (n >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF) return Format::Jpeg;
+    if (n >= 4 && ((head[0] == 'I' && head[1] == 'I' && (head[2] == 42 || head[2] == 43) && head[3] == 0) ||
+                   (head[0] == 'M' && head[1] == 'M' && head[2] == 0 && (head[3] == 42 || head[3] == 43))))
+        return Format::Tiff;
+    if (n >= 2 && head[0] == 'P' && head[1] >= '1' && head[1] <= '6') return Format::Pnm;
+    return Format::Unknown;
+}
+
+Image readImage(const std::string &path, const PixelAllocator &alloc) {
+    uint8_t head[8] = {};
+    size_t n = 0;
+    {
+        std::unique_ptr<FILE, int (*)(FILE *)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
+        if (!f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
+        n = std::fread(head, 1, sizeof head, f.get());
+    }
+    Image image;
+    switch (sniffFormat(head, n)) {
+    case Format::Png: image = readPng(path, alloc); break;
+    case Format::Jpeg: image = readJpeg(path, alloc); break;
+    case Format::Tiff: image = readTiff(path, alloc); break;
+    case Format::Pnm: image = readPnm(path, alloc); break;
+    case Format::Unknown:
+        throw ReadError(path + ": not a picture this program reads (PNG, JPEG, TIFF, PNM P1-P6)");
+    }
+    widenNonBilevel(image, alloc);
+    return image;
+}
+
+void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
+                    int depth, const PixelAllocator &alloc) {
+    // The module's bitmap record holds 16-bit sizes.
+    if (width > 65535 || height > 65535)
+        throw ReadError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                        " pixels; the largest picture the module takes is 65535 x 65535");
+    if (width == 0 || height == 0) throw ReadError(path + ": the picture has no pixels");
+    image.width = width;
+    image.height = height;
+    image.depth = depth;
+    size_t bytes = image.size();
+    // The module's blocks are addressed with 32-bit sizes.
+    if (bytes > 0xFFFFFFF0u)
+        throw ReadError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                        " pixels at " + std::to_string(depth) +
+                        " bits do not fit in one 4 GB block of the module's memory");
+    image.pixels = alloc(bytes);
+    if (image.pixels == nullptr) throw ReadError(path + ": not enough memory for the picture");
+}
+
+std::vector<Rgb> greyPalette() {
+    std::vector<Rgb> p(256);
+    for (int i = 0; i < 256; ++i) p[i] = Rgb{uint8_t(i), uint8_t(i), uint8_t(i)};
+    return p;
+}
+
+void widenNonBilevel(Image &image, const PixelAllocator &alloc) {
+    if (image.depth != 1 || image.palette.size() < 2) return;
+    const Rgb black{0, 0, 0}, white{255, 255, 255};
+    const Rgb &c0 = image.palette[0], &c1 = image.palette[1];
+    if ((c0 == black && c1 == white) || (c0 == white && c1 == black)) return;
+    Image wide = image;
+    wide.pixels = nullptr;
+    allocatePixels(wide, "picture", image.width, image.height, 4, alloc);
+    for (uint32_t y = 0; y < image.height; ++y) {
+        const uint8_t *src = image.row(y);
+        uint8_t *dst = wide.row(y);
+        for (uint32_t x = 0; x < image.width; ++x) {
+            uint8_t bit = (src[x >> 3] >> (7 - (x & 7))) & 1;
+            dst[x >> 1] |= static_cast<uint8_t>(bit << ((x & 1) ? 0 : 4));
+        }
+    }
+    wide.palette.resize(16);  // entries past the two used ones stay black
+    image = wide;
+}
+
+}  // namespace mivo4::host

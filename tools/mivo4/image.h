@@ -1,0 +1,80 @@
+// Pictures as the module takes them: rows padded to 4 bytes, bottom row
+// first, depth 1, 4, 8 with a colour table or 24 (red, green, blue bytes).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace mivo4::host {
+
+struct Rgb {
+    uint8_t red = 0, green = 0, blue = 0;
+    bool operator==(const Rgb &) const = default;
+};
+
+// Where a reader puts the pixels: a zero-filled block of the asked size, or
+// null when there is no memory for it. The command-line host hands out blocks of
+// the module's own allocator, so the picture is read straight into the
+// memory the module will take; tests hand out plain host memory.
+using PixelAllocator = std::function<uint8_t *(size_t bytes)>;
+
+struct Image {
+    int depth = 0;          // 1, 4, 8 or 24
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::vector<Rgb> palette;  // 2^depth entries for depth 1, 4 and 8; empty for 24
+    int dpi = 0;            // horizontal resolution from the file's metadata, 0 if none
+    uint8_t *pixels = nullptr;  // height rows of stride() bytes, bottom row first
+
+    // Bytes of one row: whole bytes for the pixels, rounded up to 4.
+    size_t stride() const { return rowBytes(width, depth); }
+    size_t size() const { return stride() * height; }
+    // Row y counted from the top of the picture.
+    uint8_t *row(uint32_t y) const { return pixels + stride() * (height - 1 - y); }
+
+    static size_t rowBytes(uint32_t width, int depth) {
+        size_t bytes = (static_cast<size_t>(width) * static_cast<size_t>(depth) + 7) / 8;
+        return (bytes + 3) & ~static_cast<size_t>(3);
+    }
+};
+
+// A picture that cannot be read: the message says why, in a user's words.
+struct ReadError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// The picture formats this host reads, told apart by their first bytes.
+enum class Format { Unknown, Png, Jpeg, Tiff, Pnm };
+Format sniffFormat(const uint8_t *head, size_t n);
+
+// Reads a PNG, JPEG, TIFF or PNM picture (P1-P6); throws ReadError.
+Image readImage(const std::string &path, const PixelAllocator &alloc);
+
+Image readPng(const std::string &path, const PixelAllocator &alloc);
+Image readJpeg(const std::string &path, const PixelAllocator &alloc);
+Image readTiff(const std::string &path, const PixelAllocator &alloc);
+Image readPnm(const std::string &path, const PixelAllocator &alloc);
+
+// Sets up width, height, depth and an allocated, zeroed pixel block; throws
+// ReadError for sizes the module's bitmap record cannot hold.
+void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
+                    int depth, const PixelAllocator &alloc);
+
+// A grey ramp table of 256 entries.
+std::vector<Rgb> greyPalette();
+
+// Laying a partly transparent sample over white.
+inline uint8_t overWhite(uint32_t value, uint32_t alpha) {
+    return static_cast<uint8_t>((value * alpha + 255u * (255u - alpha) + 127u) / 255u);
+}
+
+// A 1-bit picture whose two colours are not black and white is widened to 4
+// bits, so that the module's dithering decides its look (a 1-bit picture
+// goes out bit for bit, whatever its table says).
+void widenNonBilevel(Image &image, const PixelAllocator &alloc);
+
+}  // namespace mivo4::host

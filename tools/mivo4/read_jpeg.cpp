@@ -1,0 +1,93 @@
+// JPEG pictures through libjpeg-turbo.
+#include <cstdio>
+// jpeglib.h needs size_t and FILE declared first.
+#include <jpeglib.h>
+
+#include <cerrno>
+#include <cmath>
+#include <csetjmp>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "image.h"
+
+namespace mivo4::host {
+
+namespace {
+
+struct ErrorManager {
+    jpeg_error_mgr pub;
+    jmp_buf jump;
+    char message[JMSG_LENGTH_MAX];
+};
+
+void onError(j_common_ptr cinfo) {
+    auto *err = reinterpret_cast<ErrorManager *>(cinfo->err);
+    (*cinfo->err->format_message)(cinfo, err->message);
+    std::longjmp(err->jump, 1);
+}
+
+void onMessage(j_common_ptr, int) {}
+
+struct Decompressor {
+    jpeg_decompress_struct cinfo{};
+    ErrorManager err{};
+    bool created = false;
+    ~Decompressor() {
+        if (created) jpeg_destroy_decompress(&cinfo);
+    }
+};
+
+}  // namespace
+
+Image readJpeg(const std::string &path, const PixelAllocator &alloc) {
+    std::unique_ptr<FILE, int (*)(FILE *)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
+
+    Decompressor d;
+    Image image;
+    std::vector<uint8_t> cmyk;
+    d.cinfo.err = jpeg_std_error(&d.err.pub);
+    d.err.pub.error_exit = onError;
+    d.err.pub.emit_message = onMessage;
+    if (setjmp(d.err.jump)) throw ReadError(path + ": bad JPEG: " + d.err.message);
+    jpeg_create_decompress(&d.cinfo);
+    d.created = true;
+    jpeg_stdio_src(&d.cinfo, f.get());
+    jpeg_read_header(&d.cinfo, TRUE);
+
+    if (d.cinfo.saw_JFIF_marker && d.cinfo.X_density > 0) {
+        if (d.cinfo.density_unit == 1) image.dpi = d.cinfo.X_density;
+        else if (d.cinfo.density_unit == 2) image.dpi = static_cast<int>(std::lround(d.cinfo.X_density * 2.54));
+    }
+    const bool grey = d.cinfo.jpeg_color_space == JCS_GRAYSCALE;
+    const bool inks = d.cinfo.jpeg_color_space == JCS_CMYK || d.cinfo.jpeg_color_space == JCS_YCCK;
+    d.cinfo.out_color_space = grey ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_RGB;
+    jpeg_start_decompress(&d.cinfo);
+
+    allocatePixels(image, path, d.cinfo.output_width, d.cinfo.output_height, grey ? 8 : 24, alloc);
+    if (grey) image.palette = greyPalette();
+    if (inks) cmyk.resize(static_cast<size_t>(d.cinfo.output_width) * 4);
+    // Files written by the usual publishing programs store inverted inks.
+    const bool inverted = d.cinfo.saw_Adobe_marker;
+    while (d.cinfo.output_scanline < d.cinfo.output_height) {
+        uint32_t y = d.cinfo.output_scanline;
+        JSAMPROW row = inks ? cmyk.data() : image.row(y);
+        jpeg_read_scanlines(&d.cinfo, &row, 1);
+        if (!inks) continue;
+        uint8_t *dst = image.row(y);
+        for (uint32_t x = 0; x < d.cinfo.output_width; ++x) {
+            uint32_t c = cmyk[4 * x], m = cmyk[4 * x + 1], yl = cmyk[4 * x + 2], k = cmyk[4 * x + 3];
+            if (!inverted) c = 255 - c, m = 255 - m, yl = 255 - yl, k = 255 - k;
+            // Now 255 means no ink: each channel is what its ink and black leave.
+            dst[3 * x] = static_cast<uint8_t>((c * k + 127) / 255);
+            dst[3 * x + 1] = static_cast<uint8_t>((m * k + 127) / 255);
+            dst[3 * x + 2] = static_cast<uint8_t>((yl * k + 127) / 255);
+        }
+    }
+    jpeg_finish_decompress(&d.cinfo);
+    return image;
+}
+
+}  // namespace mivo4::host

@@ -1,0 +1,142 @@
+// The portable anymap formats, P1 to P6, read by this program itself.
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "image.h"
+
+namespace mivo4::host {
+
+namespace {
+
+class PnmFile {
+public:
+    PnmFile(const std::string &path) : path_(path), f_(std::fopen(path.c_str(), "rb"), &std::fclose) {
+        if (!f_) throw ReadError(path + ": cannot open: " + std::strerror(errno));
+        std::setvbuf(f_.get(), nullptr, _IOFBF, 1 << 16);
+    }
+    [[noreturn]] void fail(const std::string &why) const { throw ReadError(path_ + ": " + why); }
+
+    int get() { return std::getc(f_.get()); }
+
+    // Skips blanks and comments (from "#" to the end of the line).
+    int skipSpace() {
+        int c = get();
+        for (;;) {
+            if (c == '#') {
+                while (c != '\n' && c != '\r' && c != EOF) c = get();
+            } else if (c != EOF && std::isspace(c)) {
+                c = get();
+            } else {
+                return c;
+            }
+        }
+    }
+
+    // A decimal number of the header or of a plain (ASCII) raster.
+    uint32_t number(const char *what) {
+        int c = skipSpace();
+        if (c == EOF) fail(std::string("ends before the ") + what);
+        if (!std::isdigit(c)) fail(std::string("expected a number for the ") + what);
+        uint64_t v = 0;
+        while (c != EOF && std::isdigit(c)) {
+            v = v * 10 + static_cast<uint64_t>(c - '0');
+            if (v > 0xFFFFFFFFu) fail(std::string("the ") + what + " is too large");
+            c = get();
+        }
+        if (c != EOF && !std::isspace(c) && c != '#') fail(std::string("bad character after the ") + what);
+        if (c == '#') std::ungetc(c, f_.get());
+        return static_cast<uint32_t>(v);
+    }
+
+    // One binary sample of one or two bytes (big-endian).
+    void bytes(uint8_t *to, size_t n) {
+        if (std::fread(to, 1, n, f_.get()) != n) fail("the picture data is cut short");
+    }
+
+private:
+    std::string path_;
+    std::unique_ptr<FILE, int (*)(FILE *)> f_;
+};
+
+// Scales a sample of 0..maxval to 0..255, rounding to nearest.
+inline uint8_t scale8(uint32_t v, uint32_t maxval) {
+    if (v > maxval) v = maxval;
+    return maxval == 255 ? static_cast<uint8_t>(v)
+                         : static_cast<uint8_t>((v * 255u + maxval / 2) / maxval);
+}
+
+}  // namespace
+
+Image readPnm(const std::string &path, const PixelAllocator &alloc) {
+    PnmFile in(path);
+    if (in.get() != 'P') in.fail("not a PNM file");
+    int kind = in.get() - '0';
+    if (kind < 1 || kind > 6) in.fail("not a PNM file of kind P1 to P6");
+    uint32_t width = in.number("width");
+    uint32_t height = in.number("height");
+    uint32_t maxval = 1;
+    if (kind != 1 && kind != 4) {
+        maxval = in.number("maximum value");
+        if (maxval == 0 || maxval > 65535) in.fail("maximum sample value must be 1 to 65535");
+    }
+    // number() consumed the single blank that ends the header.
+
+    Image image;
+    if (kind == 1 || kind == 4) {
+        allocatePixels(image, path, width, height, 1, alloc);
+        // A set bit is black, as in the file: the table says so.
+        image.palette = {Rgb{255, 255, 255}, Rgb{0, 0, 0}};
+        const size_t packed = (width + 7) / 8;
+        const uint8_t lastMask = static_cast<uint8_t>(0xFF << ((8 - width % 8) % 8));
+        for (uint32_t y = 0; y < height; ++y) {
+            uint8_t *row = image.row(y);
+            if (kind == 4) {
+                in.bytes(row, packed);
+            } else {
+                for (uint32_t x = 0; x < width; ++x) {
+                    int c = in.skipSpace();
+                    if (c != '0' && c != '1') in.fail(c == EOF ? "the picture data is cut short" : "a P1 pixel must be 0 or 1");
+                    if (c == '1') row[x >> 3] |= static_cast<uint8_t>(0x80 >> (x & 7));
+                }
+            }
+            row[packed - 1] &= lastMask;  // bits past the last pixel stay clear
+        }
+        return image;
+    }
+
+    const bool colour = kind == 3 || kind == 6;
+    const bool plain = kind == 2 || kind == 3;
+    const uint32_t channels = colour ? 3 : 1;
+    allocatePixels(image, path, width, height, colour ? 24 : 8, alloc);
+    if (!colour) image.palette = greyPalette();
+    const size_t samples = static_cast<size_t>(width) * channels;
+
+    if (!plain && maxval == 255) {
+        // The common case: rows are the module's rows less the padding.
+        for (uint32_t y = 0; y < height; ++y) in.bytes(image.row(y), samples);
+        return image;
+    }
+    const size_t sampleBytes = maxval > 255 ? 2 : 1;
+    std::vector<uint8_t> raw(plain ? 0 : samples * sampleBytes);
+    for (uint32_t y = 0; y < height; ++y) {
+        uint8_t *row = image.row(y);
+        if (plain) {
+            for (size_t i = 0; i < samples; ++i) row[i] = scale8(in.number("sample"), maxval);
+            continue;
+        }
+        in.bytes(raw.data(), raw.size());
+        if (sampleBytes == 1) {
+            for (size_t i = 0; i < samples; ++i) row[i] = scale8(raw[i], maxval);
+        } else {
+            for (size_t i = 0; i < samples; ++i)
+                row[i] = scale8(static_cast<uint32_t>(raw[2 * i] << 8 | raw[2 * i + 1]), maxval);
+        }
+    }
+    return image;
+}
+
+}  // namespace mivo4::host
