@@ -9,7 +9,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
