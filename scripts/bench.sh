@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Builds the benchmarks (optimised) and runs them; arguments go to each benchmark.
+# Builds the benchmarks (optimised) and runs them; arguments go to each Google
+# Benchmark. Then the whole-process comparison of mivo4 export against
+# GraphicsMagick (bench/whole/run.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -10,3 +12,5 @@ for b in $(find out/bench/bench -maxdepth 2 -type f -executable -name 'mivo4_ben
   echo "== $b"
   "$b" "$@"
 done
+echo "== whole process: mivo4 export against gm convert"
+bash bench/whole/run.sh out/bench
