@@ -39,13 +39,17 @@ Image readImage(const std::string &path, const PixelAllocator &alloc) {
     return image;
 }
 
-void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
-                    int depth, const PixelAllocator &alloc) {
+void checkPictureSize(const std::string &path, uint32_t width, uint32_t height) {
     // The module's bitmap record holds 16-bit sizes.
     if (width > 65535 || height > 65535)
         throw ReadError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
                         " pixels; the largest picture the module takes is 65535 x 65535");
     if (width == 0 || height == 0) throw ReadError(path + ": the picture has no pixels");
+}
+
+void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
+                    int depth, const PixelAllocator &alloc) {
+    checkPictureSize(path, width, height);
     image.width = width;
     image.height = height;
     image.depth = depth;

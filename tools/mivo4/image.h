@@ -59,6 +59,9 @@ Image readJpeg(const std::string &path, const PixelAllocator &alloc);
 Image readTiff(const std::string &path, const PixelAllocator &alloc);
 Image readPnm(const std::string &path, const PixelAllocator &alloc);
 
+// Throws ReadError for sizes the module's bitmap record cannot hold.
+void checkPictureSize(const std::string &path, uint32_t width, uint32_t height);
+
 // Sets up width, height, depth and an allocated, zeroed pixel block; throws
 // ReadError for sizes the module's bitmap record cannot hold.
 void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,

@@ -1,4 +1,6 @@
 // The portable anymap formats, P1 to P6, read by this program itself.
+#include <sys/stat.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -34,6 +36,14 @@ public:
                 return c;
             }
         }
+    }
+
+    // Bytes left in the file from the current position.
+    uint64_t remaining() {
+        long here = std::ftell(f_.get());
+        struct stat st;
+        if (here < 0 || fstat(fileno(f_.get()), &st) != 0 || !S_ISREG(st.st_mode)) return UINT64_MAX;
+        return st.st_size > here ? static_cast<uint64_t>(st.st_size - here) : 0;
     }
 
     // A decimal number of the header or of a plain (ASCII) raster.
@@ -84,6 +94,15 @@ Image readPnm(const std::string &path, const PixelAllocator &alloc) {
         if (maxval == 0 || maxval > 65535) in.fail("maximum sample value must be 1 to 65535");
     }
     // number() consumed the single blank that ends the header.
+
+    // A binary raster must be there in full: a damaged header that claims a
+    // huge picture is refused before any memory is taken for it.
+    checkPictureSize(path, width, height);
+    if (kind >= 4) {
+        const uint64_t samples = kind == 6 ? 3 : 1;
+        const uint64_t rowBytes = kind == 4 ? (uint64_t{width} + 7) / 8 : uint64_t{width} * samples * (maxval > 255 ? 2 : 1);
+        if (rowBytes * height > in.remaining()) in.fail("the picture data is cut short");
+    }
 
     Image image;
     if (kind == 1 || kind == 4) {
