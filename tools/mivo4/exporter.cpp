@@ -350,6 +350,8 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, &previous);
+    // A shell that started us with Ctrl-C ignored (a background job) keeps it so.
+    if (previous.sa_handler == SIG_IGN) sigaction(SIGINT, &previous, nullptr);
     int32_t rc = api.exportCellData(name.c_str(), &r, &ri, &imp);
     sigaction(SIGINT, &previous, nullptr);
     pendingTemp[0] = '\0';
