@@ -242,15 +242,6 @@ void applySettings(Setup &setup, const ExportSettings &s, bool profileLoaded) {
 
 // ---------------------------------------------------------------- output
 
-// The memory way hands back the data followed by one 0xFF end byte and zero
-// fill up to the block's end.
-size_t memoryOutputLength(const uint8_t *data, size_t size) {
-    size_t n = size;
-    while (n > 0 && data[n - 1] == 0) --n;
-    if (n == 0 || data[n - 1] != 0xFF) return SIZE_MAX;
-    return n - 1;
-}
-
 void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &report) {
     std::string error;
     std::vector<uint8_t> file = readWholeFile(out.tempPath(), error);
@@ -275,6 +266,13 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
 }  // namespace
 
 bool exportInterrupted() { return interruptRequested != 0; }
+
+size_t memoryOutputLength(const uint8_t *data, size_t size) {
+    size_t n = size;
+    while (n > 0 && data[n - 1] == 0) --n;
+    if (n == 0 || data[n - 1] != 0xFF) return SIZE_MAX;
+    return n - 1;
+}
 
 ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
                          const ExportSettings &settings, AtomicOutput &out) {

@@ -65,6 +65,12 @@ struct ExportReport {
 ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
                          const ExportSettings &settings, AtomicOutput &out);
 
+// The length of the file in a memory-way block: the block holds the data,
+// one 0xFF end byte and zero fill, so zeros are stripped from the end, then
+// the one end byte (zeros before it belong to the data). SIZE_MAX when the
+// block has no end byte.
+size_t memoryOutputLength(const uint8_t *data, size_t size);
+
 // Whether the user asked to stop (Ctrl-C) during the last export.
 bool exportInterrupted();
 
