@@ -116,7 +116,9 @@ public:
     void BeginBand(const uint8_t *ref) { ref_ = ref; }
     void BeginRow(const uint8_t *row) { row_ = row; }
     void EndRow() { ref_ = row_; }
-    void EndSameRow() { ref_ = row_; }
+    // A row equal to its reference row was coded without BeginRow: the
+    // reference row stays, it has the same pixels.
+    void EndSameRow() {}
     uint32_t RefChanges() const { return ref_ != nullptr ? CountChanges(ref_, size_, width_) : 0; }
     void Step(uint32_t a0, bool white, uint32_t &a1, uint32_t &b1, uint32_t &b2) {
         a1 = NextChange(row_, size_, a0, white, width_);

@@ -86,26 +86,54 @@ TEST_F(AgainstModel, ASmallOutputBufferGrowsToTheSameBytes) {
     }
 }
 
-TEST_F(AgainstModel, BandsWithoutAStreamContinueFromTheSavedRow) {
-    // Every band but the first is coded against the saved row; with the bit
-    // offset cleared (no stream to read back from) each band's bits start a
-    // fresh byte, which the model reproduces band by band.
-    Rng r(4);
-    for (int i = 0; i < 60; ++i) {
+// Every band but the first is coded against the saved row; with the bit
+// offset cleared (no stream to read back from) each band's bits start a fresh
+// byte, which the model reproduces band by band.
+void CodeInBandsWithoutStream(g4test::CoderTest &t, Gp4_SetupData &rec, Rng &r, int pictures) {
+    for (int i = 0; i < pictures; ++i) {
         Picture p = RandomPicture(r, 300, 30);
-        NewPicture();
+        t.NewPicture();
         uint32_t row = 0;
         const uint8_t *ref = nullptr;
         while (row < p.height) {
             uint32_t count = 1 + r.Below(p.height - row);
-            Rec().gp4_BitOffset = 0;
-            std::vector<uint8_t> band = Group4Band(p, row, count);
+            rec.gp4_BitOffset = 0;
+            std::vector<uint8_t> band = t.Group4Band(p, row, count);
             Bits expected;
             g4model::Code(expected, p.Row(row), p.width, count, p.stride, ref);
             ASSERT_EQ(band, expected.Bytes()) << "picture " << i << " rows " << row << "+" << count;
             ref = p.Row(row + count - 1);
             row += count;
         }
+    }
+}
+
+TEST_F(AgainstModel, BandsWithoutAStreamContinueFromTheSavedRow) {
+    Rng r(4);
+    CodeInBandsWithoutStream(*this, Rec(), r, 80);
+}
+
+TEST_F(AgainstModel, RowSearchBandsWithoutAStreamContinueFromTheSavedRow) {
+    mivo4::g4::gForceRowSearch = true;
+    Rng r(4);
+    CodeInBandsWithoutStream(*this, Rec(), r, 80);
+}
+
+// A band whose first rows repeat the saved row, then a row that codes
+// differently against that row than against an all-white line.
+TEST_F(AgainstModel, BandStartingWithRepeatsOfTheSavedRowKeepsItAsReference) {
+    Picture p(64, 4);
+    for (uint32_t y = 0; y < 3; ++y) p.Span(0, 40, y, false);
+    p.Span(0, 41, 3, false);
+    for (bool rowSearch : {false, true}) {
+        mivo4::g4::gForceRowSearch = rowSearch;
+        NewPicture();
+        Group4Band(p, 0, 1);
+        Rec().gp4_BitOffset = 0;
+        std::vector<uint8_t> band = Group4Band(p, 1, 3);
+        Bits expected;
+        g4model::Code(expected, p.Row(1), p.width, 3, p.stride, p.Row(0));
+        EXPECT_EQ(band, expected.Bytes()) << "row search " << rowSearch;
     }
 }
 

@@ -24,9 +24,10 @@
 namespace g4test {
 
 // Makes a zero-filled setup record current for the test, as a fresh setup is,
-// and puts the previous one back afterwards.
+// and puts the previous one back afterwards. Its helpers are public so that
+// functions shared by several tests can code with them.
 class CoderTest : public ::testing::Test {
-protected:
+public:
     void SetUp() override {
         saved_ = lpRaster;
         setup_ = std::make_unique<Gp4_SetupData>();
