@@ -11,7 +11,7 @@
 // (g4find.h), codes go through a 64-bit accumulator and whole bytes are stored
 // four at a time, and a row equal to its reference row (frequent in text) is
 // coded as the run of V0 codes it must give without searching. AddRun, AddCode
-// and SetRefPositions are the documented one-code-at-a-time routines; they
+// and SetRefPositions are the one-code-at-a-time routines of the interface; they
 // produce the same bytes and are kept for callers that code by hand.
 #include <mivo4/gp4.h>
 #include <mivo4/memory.h>
@@ -248,44 +248,59 @@ void CodeRows(Band &b, Search search) {
             search.EndSameRow();
             A0 = Width;
         } else {
-            // c. Changing elements.
-            uint32_t A1, B1, B2;
-            search.Step(A0, isWhite, A1, B1, B2);
+            // The row's coding steps. Within a row the progress value stays
+            // the same, so each later step starts at its room check.
+            bool lost = false;
+            for (;;) {
+                // c. Changing elements.
+                uint32_t A1, B1, B2;
+                search.Step(A0, isWhite, A1, B1, B2);
 
-            if (B2 < A1) {
-                // d. Pass mode.
-                out.Put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
-                A0 = B2;
-                search.AfterPass();
-            } else if (A1 + 3 >= B1 && B1 + 3 >= A1) {
-                // e. Vertical mode.
-                const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(A1 - B1)];
-                out.Put(Code32(e), e[0]);
-                A0 = A1;
-                isWhite = !isWhite;
-                search.AfterVertical();
-            } else {
-                // f. Horizontal mode.
-                uint32_t A2 = search.A2(A1, isWhite);
-                if (A2 - A0 > kLongStep) {
-                    // Runs this long can emit more than the step margin covers.
-                    uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] +
-                                    RunBits(isWhite ? white : black, A1 - A0) +
-                                    RunBits(isWhite ? black : white, A2 - A1);
-                    bool lost = false;
-                    while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 4 >= nOutSize) {
-                        if (!grow()) {
-                            lost = true;
-                            break;
+                if (B2 < A1) {
+                    // d. Pass mode.
+                    out.Put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
+                    A0 = B2;
+                    search.AfterPass();
+                } else if (A1 + 3 >= B1 && B1 + 3 >= A1) {
+                    // e. Vertical mode.
+                    const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(A1 - B1)];
+                    out.Put(Code32(e), e[0]);
+                    A0 = A1;
+                    isWhite = !isWhite;
+                    search.AfterVertical();
+                } else {
+                    // f. Horizontal mode.
+                    uint32_t A2 = search.A2(A1, isWhite);
+                    if (A2 - A0 > kLongStep) {
+                        // Runs this long can emit more than the step margin covers.
+                        uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] +
+                                        RunBits(isWhite ? white : black, A1 - A0) +
+                                        RunBits(isWhite ? black : white, A2 - A1);
+                        while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 4 >= nOutSize) {
+                            if (!grow()) {
+                                lost = true;
+                                break;
+                            }
                         }
+                        if (lost) break;
                     }
-                    if (lost) break;
+                    PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
+                    A0 = A2;
+                    search.AfterHorizontal();
                 }
-                PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
-                A0 = A2;
-                search.AfterHorizontal();
+                if (A0 == Width) break;
+
+                // b. Room for the next step.
+                while (out.BytePos() + kStepMargin >= nOutSize) {
+                    if (!grow()) {
+                        lost = true;
+                        break;
+                    }
+                }
+                if (lost) break;
             }
-            if (A0 == Width) search.EndRow();
+            if (lost) break;
+            search.EndRow();
         }
 
         // g. End of the row: it becomes the reference row of the next.

@@ -1,4 +1,4 @@
-// The coder's documented behaviour: run and mode codes and their packing,
+// The coder's behaviour: run and mode codes and their packing,
 // changing elements, the first row's reference, out-of-memory paths, the
 // status callback and a failing stream.
 #include <gtest/gtest.h>
