@@ -16,4 +16,41 @@ typedef struct EXPORT_OPTIONS {
     uint32_t hDC;                  /* host device context */
 } EXPORT_OPTIONS;
 
+/* The host's call record of a bitmap export. */
+typedef struct IMPORT_OPTIONS {
+    uint16_t Version;            /* the host's record version */
+    uint32_t hInputData;
+    ZHANDLE hOutputData;         /* the setup to export with */
+    const char *lpszDriverPath;
+    const char *lpszWorkPath;
+    const char *lpszFontPath;
+    EXPORT_OPTIONS *lpExport;    /* progress callback, the host's stream, hMF answer */
+    intptr_t FileHandle;
+    int32_t FilePos;
+} IMPORT_OPTIONS;
+
+/* The host's description of a picture and its screen, for the output-size query. */
+typedef struct zepRasterInfoInput {
+    int32_t dpiscreen;
+    int32_t dpiprinter;
+    int32_t dpipicture;
+    int32_t picture_width;   /* pixels */
+    int32_t picture_height;
+    int32_t screen_width;
+    int32_t screen_height;
+} zepRasterInfoInput;
+
+/* The answer of the output-size query: pixels and bits per pixel. */
+typedef struct _outdata {
+    int32_t width;
+    int32_t height;
+    int32_t depth;
+} _outdata;
+
+/* Output size in pixels for a picture, on the current setup (hSetup unused). */
+MIVO4_API void GetRasterInfo(uint32_t hSetup, const zepRasterInfoInput *rin, _outdata *rout);
+/* Fits a picture of lWidth x lHeight pixels, aspect kept, into the current
+ * setup's output box; NewSize receives width and height in inches. */
+MIVO4_API void AdjustAspect(double *NewSize, int32_t lWidth, int32_t lHeight);
+
 #endif /* MIVO4_EXPORT_H */

@@ -96,4 +96,32 @@ MIVO4_API int32_t DestroySetup(ZHANDLE hRaster);
 MIVO4_API int32_t UseDefaultSettings(Gp4_SetupData *p);
 MIVO4_API int32_t LoadString(uint32_t hmod, uint32_t lId, char *pszOutput, int32_t lSize);
 
+/* Fills the current setup from its mode section (szDriver) of its profile
+ * (szProfile); 1 when the mode exists (it has a "Driver" key), else 0 and the
+ * setup is left untouched. bFontTable is not used. */
+MIVO4_API int32_t LoadProfile(int32_t bFontTable);
+/* Settings are kept one at a time by the option escapes: returns 1. */
+MIVO4_API int32_t SaveProfile(int32_t bFontTable);
+
+/* Option escapes (published in the entry table as "EscapeSetup"). */
+#define ESC_COLOR_MODE 1
+#define ESC_X_RESOLUTION 11
+#define ESC_Y_RESOLUTION 12
+#define ESC_WIDTH 13
+#define ESC_HEIGHT 14
+#define ESC_SIZE_QUERY 17
+#define ESC_RES_SPECIAL 18
+#define ESC_SIZE_MODE 19
+#define ESC_RASTER_INFO 56
+#define ESC_COLOR_QUERY 57
+#define ESC_RES_MODE 70
+#define ESC_OUTPUT_CALLBACK 81
+
+/* Sets or queries one option of a setup. nCount is the size in bytes of the
+ * data at lpInData; Retain also keeps the new value in the setup's profile.
+ * Returns 1 when carried out, 0 for an escape that is not handled, -1 for no
+ * setup, a wrong size or a value out of range. */
+MIVO4_API int32_t xEscapeSetup(ZHANDLE hSetup, int32_t nEscape, int32_t nCount, void *lpInData,
+                               void *lpOutData, int32_t Retain);
+
 #endif /* MIVO4_SETUP_H */

@@ -102,8 +102,11 @@ int32_t FlushBuffer(ZEPIODATA &s) {
     }
     auto want = static_cast<size_t>(std::max(b.lEndBufRead + 1, 0));
     size_t wrote = std::fwrite(data, 1, want, s.hFileHandle);
+    // The FILE's own buffer is emptied too, so that a write the system
+    // refuses fails this flush rather than vanishing in a later seek.
+    bool written = wrote == want && std::fflush(s.hFileHandle) == 0;
     int32_t result;
-    if (wrote < want) {
+    if (!written) {
         s.iErrorFlag = -1;
         result = -1;
     } else {

@@ -1,5 +1,6 @@
 // The entry-point table handed to the host, and the module's identity.
 #include <mivo4/filter.h>
+#include <mivo4/raster.h>
 #include <mivo4/setup.h>
 
 #include <array>
@@ -22,10 +23,10 @@ const std::array<FLTENTRY, FLT_ENTRY_COUNT> kEntries{{
     {"CreateSetup", FLT_ID_CREATESETUP, fn(&CreateSetup)},
     {"DestroySetup", FLT_ID_DESTROYSETUP, fn(&DestroySetup)},
     {"EditSetup", FLT_ID_EDITSETUP, fn(&EditSetup)},
-    {"EscapeSetup", FLT_ID_ESCAPESETUP, nullptr},
+    {"EscapeSetup", FLT_ID_ESCAPESETUP, fn(&xEscapeSetup)},
     {"ZEPGetFilterVersion", FLT_ID_GETFILTERVERSION, fn(&ZEPGetFilterVersion)},
-    {"dd_entry", FLT_ID_DD_ENTRY, nullptr},
-    {"RASTER_dd_entry", FLT_ID_RASTER_DD_ENTRY, nullptr},
+    {"dd_entry", FLT_ID_DD_ENTRY, fn(&dd_entry)},
+    {"RASTER_dd_entry", FLT_ID_RASTER_DD_ENTRY, fn(&RASTER_dd_entry)},
     {"ExportCellData", FLT_ID_EXPORTCELLDATA, nullptr},
     {"szDLLName", FLT_ID_DLLNAME, export_szDLLName},
 }};

@@ -1,5 +1,6 @@
 // Setup records: creation, the current record, defaults and destruction.
 #include <mivo4/memory.h>
+#include <mivo4/profile.h>
 #include <mivo4/setup.h>
 #include <mivo4/util.h>
 
@@ -23,24 +24,38 @@ void profileNameFromModule(char *out, size_t size) {
 
 }  // namespace
 
-ZHANDLE CreateSetup(uint32_t, const char *lpszProfile, const char *, const char *) {
+ZHANDLE CreateSetup(uint32_t, const char *lpszProfile, const char *lpszDriver, const char *) {
     ZHANDLE handle = GlobalAlloc(GHND, sizeof(Gp4_SetupData));
     if (handle == 0) return 0;
     hRaster = handle;
     lpRaster = static_cast<Gp4_SetupData *>(GlobalLock(handle));
     strupr(szFilter);
+    Gp4_SetupData *s = lpRaster;
 
     if (lpszProfile != nullptr && lpszProfile[0] != '\0') {
-        mivo4::copyText(lpRaster->szProfile, sizeof lpRaster->szProfile, lpszProfile);
+        mivo4::copyText(s->szProfile, sizeof s->szProfile, lpszProfile);
     } else {
-        profileNameFromModule(lpRaster->szProfile, sizeof lpRaster->szProfile);
+        profileNameFromModule(s->szProfile, sizeof s->szProfile);
     }
 
-    // Profile files are not looked up yet: every setup starts as when no
-    // profile directory is found, from the defaults, with an empty profile
-    // name, and stays locked as the current record.
-    lpRaster->szProfile[0] = '\0';
-    UseDefaultSettings(lpRaster);
+    if (GetProfileDirectory(s->szProfile, export_szDLLName) != 0) {
+        // No profile anywhere: the defaults, and the record stays locked as the
+        // current one.
+        s->szProfile[0] = '\0';
+        UseDefaultSettings(s);
+        return handle;
+    }
+    if (lpszDriver != nullptr && lpszDriver[0] != '\0') {
+        mivo4::copyText(s->szDriver, sizeof s->szDriver, lpszDriver);
+    } else {
+        char modeKey[16];
+        LoadString(hDLLModule, 1, modeKey, sizeof modeKey);  // "~Mode"
+        GetPrivateProfileString(szFilter, modeKey, "", s->szDriver, sizeof s->szDriver - 1,
+                                s->szProfile);
+    }
+    // A mode that does not exist loads nothing: the record keeps its zero fill.
+    LoadProfile(1);
+    GlobalUnlock(handle);
     return handle;
 }
 

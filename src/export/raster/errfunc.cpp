@@ -8,6 +8,8 @@
 #include <mivo4/memory.h>
 #include <mivo4/raster.h>
 
+#include "export/raster/element.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -76,8 +78,9 @@ void *dq_es(void *data) {
 void *d_popes(void *data) {
     MoRastData *s = state();
     if (s == nullptr || data == nullptr) return data;
+    // An element cut off before its count asks for nothing.
     int32_t requested = 0;
-    std::memcpy(&requested, static_cast<const uint8_t *>(data) + DVR_ELEMENT_HEADER, 4);
+    mivo4::driver::ElementRead(data, DVR_ELEMENT_HEADER, &requested, 4);
     ErrorState &e = s->esl;
     int32_t curdepth = std::clamp(e.curdepth, 0, kStackSlots);
     int32_t count = std::clamp(requested, 0, curdepth);

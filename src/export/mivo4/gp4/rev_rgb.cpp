@@ -1,0 +1,50 @@
+// rev_rgb: the colour adjustment for monochrome output, applied to colour
+// tables and to rows of 24-bit pixels alike.
+#include <mivo4/color.h>
+#include <mivo4/setup.h>
+#include <mivo4/util.h>
+
+namespace {
+
+// The weighted grey of one triple: (3 red + 6 green + blue) / 10.
+uint32_t greyOf(const uint8_t *p) { return (3u * p[0] + 6u * p[1] + p[2]) / 10u; }
+
+// With no current setup there is no threshold to apply: greys stay as they are.
+uint32_t currentGreyThreshold() { return lpRaster != nullptr ? lpRaster->GreyThreshold : 0u; }
+
+}  // namespace
+
+void rev_rgb(uint32_t count, uint8_t *rgb, int32_t reverse) {
+    if (rgb == nullptr || reverse < 1 || reverse > 4) return;
+    // The threshold is read once: it cannot change during one call.
+    const uint32_t keep = 100u - currentGreyThreshold();
+    for (uint8_t *p = rgb, *end = rgb + size_t{count} * 3; p != end; p += 3) {
+        switch (reverse) {
+        case 1:
+            p[0] = static_cast<uint8_t>(255 - p[0]);
+            p[1] = static_cast<uint8_t>(255 - p[1]);
+            p[2] = static_cast<uint8_t>(255 - p[2]);
+            break;
+        case 2:
+            if (feqi(p[0], p[1], 10) && feqi(p[1], p[2], 10) && feqi(p[0], p[2], 10)) {
+                p[0] = static_cast<uint8_t>(255 - p[0]);
+                p[1] = static_cast<uint8_t>(255 - p[1]);
+                p[2] = static_cast<uint8_t>(255 - p[2]);
+            }
+            break;
+        case 3: {
+            // Near-white stays white; everything else is darkened by the
+            // threshold, in the unsigned arithmetic of the setup's field.
+            uint32_t grey = greyOf(p);
+            uint8_t v = static_cast<uint8_t>(grey > 249 ? grey : grey * keep / 100u);
+            p[0] = p[1] = p[2] = v;
+            break;
+        }
+        case 4: {
+            uint8_t v = static_cast<uint8_t>(255 - greyOf(p));
+            p[0] = p[1] = p[2] = v;
+            break;
+        }
+        }
+    }
+}

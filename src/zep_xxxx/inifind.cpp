@@ -1,0 +1,62 @@
+// Finding profile files: directly, or in the directory named by INIDIR.
+#include <mivo4/profile.h>
+#include <mivo4/stream.h>
+#include <mivo4/util.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "zep_xxxx/text.h"
+
+namespace {
+
+constexpr size_t kProfileNameSize = 144;
+
+// INIDIR + "/" (when it does not already end with one) + name; empty when
+// INIDIR is unset or empty.
+std::string inInidir(const char *name) {
+    const char *dir = std::getenv("INIDIR");
+    if (dir == nullptr || dir[0] == '\0') return {};
+    std::string path = dir;
+    if (path.back() != '/') path += '/';
+    return path + name;
+}
+
+}  // namespace
+
+HZEPIO INIopen(char *name, uint32_t resolvedSize, uint32_t flags) {
+    if (name == nullptr || name[0] == '\0') return 0;
+    if (HZEPIO h = zepOpen(name, nullptr, flags)) return h;
+    std::string path = inInidir(name);
+    if (path.empty()) return 0;
+    HZEPIO h = zepOpen(path.c_str(), nullptr, flags);
+    if (h != 0 && resolvedSize != 0) mivo4::copyText(name, resolvedSize, path.c_str());
+    return h;
+}
+
+int32_t INIclose(HZEPIO h) { return h != 0 ? zepClose(h) : 0; }
+
+// Unlike INIopen, INIDIR is tried first here; then the name alone.
+int32_t GetProfileDirectory(char *name, const char *modulePath) {
+    if (name == nullptr) return 1;
+    if (name[0] == '\0' && modulePath != nullptr) {
+        std::string base(std::strlen(modulePath) + 1, '\0');
+        s_getname(base.data(), modulePath);
+        base.resize(std::strlen(base.c_str()));
+        mivo4::copyText(name, kProfileNameSize, (base + ".ini").c_str());
+    }
+    if (name[0] == '\0') return 1;
+    const char *dir = std::getenv("INIDIR");
+    std::string candidate = name;
+    if (dir != nullptr && dir[0] != '\0' && std::strlen(dir) < kProfileNameSize)
+        candidate = inInidir(name);
+    for (const std::string &path : {candidate, std::string(name)}) {
+        if (HZEPIO h = zepOpen(path.c_str(), nullptr, ZEP_OPEN_READ)) {
+            zepClose(h);
+            mivo4::copyText(name, kProfileNameSize, path.c_str());
+            return 0;
+        }
+    }
+    return 1;
+}
