@@ -1,4 +1,5 @@
 // The entry-point table handed to the host, and the module's identity.
+#include <mivo4/bitmap.h>
 #include <mivo4/filter.h>
 #include <mivo4/raster.h>
 #include <mivo4/setup.h>
@@ -17,8 +18,7 @@ namespace {
 
 void *fn(auto *function) { return reinterpret_cast<void *>(function); }
 
-// Nine entries in this order; identifier 1007 is deliberately absent. Entries
-// whose routine is not part of this build yet carry a null target.
+// Nine entries in this order; identifier 1007 is deliberately absent.
 const std::array<FLTENTRY, FLT_ENTRY_COUNT> kEntries{{
     {"CreateSetup", FLT_ID_CREATESETUP, fn(&CreateSetup)},
     {"DestroySetup", FLT_ID_DESTROYSETUP, fn(&DestroySetup)},
@@ -27,7 +27,7 @@ const std::array<FLTENTRY, FLT_ENTRY_COUNT> kEntries{{
     {"ZEPGetFilterVersion", FLT_ID_GETFILTERVERSION, fn(&ZEPGetFilterVersion)},
     {"dd_entry", FLT_ID_DD_ENTRY, fn(&dd_entry)},
     {"RASTER_dd_entry", FLT_ID_RASTER_DD_ENTRY, fn(&RASTER_dd_entry)},
-    {"ExportCellData", FLT_ID_EXPORTCELLDATA, nullptr},
+    {"ExportCellData", FLT_ID_EXPORTCELLDATA, fn(&ExportCellData)},
     {"szDLLName", FLT_ID_DLLNAME, export_szDLLName},
 }};
 

@@ -69,7 +69,10 @@ int32_t EditSetup(ZHANDLE hSetup, ZEPFARPROC pfnHelp, uint32_t) {
 }
 
 int32_t DestroySetup(ZHANDLE hSetup) {
-    if (GlobalLock(hSetup) == nullptr) return 1;
+    auto *setup = static_cast<Gp4_SetupData *>(GlobalLock(hSetup));
+    if (setup == nullptr) return 1;
+    // The record owns the coder's reference row; it goes with the record.
+    GlobalFree(setup->gp4_refLine);
     GlobalUnlock(hSetup);
     GlobalFree(hSetup);
     if (hRaster == hSetup) hRaster = 0;

@@ -1,0 +1,87 @@
+// The way in for a picture the host already holds as a bitmap: open the
+// output, tell the framework the screen, and render the bitmap through the
+// band pipeline into a GP4 file.
+#include <mivo4/bitmap.h>
+#include <mivo4/display.h>
+#include <mivo4/memory.h>
+#include <mivo4/output.h>
+#include <mivo4/setup.h>
+#include <mivo4/stream.h>
+
+namespace {
+
+constexpr int32_t kNoSetup = 22, kNothingToDraw = 300, kNoOutput = 303;
+constexpr uint32_t kCreateForWriting = ZEP_OPEN_CREATE | ZEP_OPEN_WRITE;
+
+}  // namespace
+
+int32_t ExportCellData(const char *pszFilename, ZEPRaster *r, const zepRasterInfoInput *ri,
+                       IMPORT_OPTIONS *pImport) {
+    if (pImport == nullptr) return kNoSetup;
+    if (r == nullptr || ri == nullptr) return kNothingToDraw;
+    hRaster = pImport->hOutputData;
+    lpRaster = static_cast<Gp4_SetupData *>(GlobalLock(hRaster));
+    Gp4_SetupData *s = lpRaster;
+    if (s == nullptr) return kNoSetup;
+    EXPORT_OPTIONS *x = pImport->lpExport;
+    s->lpExport = x;
+
+    // Each export is a new picture: the coder's band state starts as a fresh
+    // setup has it, so that a setup used for many exports gives that many
+    // complete files.
+    s->gp4_FGC = 0;
+    s->gp4_BitOffset = 0;
+    s->gp4_stateInfoSaved = 0;
+    GlobalFree(s->gp4_refLine);
+    s->gp4_refLine = 0;
+
+    HZEPIO out = 0;
+    ZHANDLE memoryBlock = 0;
+    uint8_t *memory = nullptr;  // the stream rewrites it whenever the block grows
+    if (s->pIOCBProc != nullptr) {
+        // The host's stream: its own handle travels in the first field.
+        IOINFO info{};
+        info.lplpBuffer = reinterpret_cast<uint8_t **>(x != nullptr ? x->FileHandle : 0);
+        info.pIOProc = s->pIOCBProc;
+        out = zepOpen(pszFilename, &info, kCreateForWriting);
+    } else if (pszFilename != nullptr && pszFilename[0] != '\0') {
+        out = zepOpen(pszFilename, nullptr, kCreateForWriting);
+    } else {
+        // A memory block handed to the host in the export options; without
+        // them there is nowhere to hand it.
+        if (x == nullptr) return kNoOutput;
+        memoryBlock = GlobalAlloc(GHND, 1);
+        x->hMF = memoryBlock;
+        memory = static_cast<uint8_t *>(GlobalLock(memoryBlock));
+        if (memory == nullptr) return kNoOutput;
+        IOINFO info{};
+        info.lplpBuffer = &memory;
+        info.lBuffer = 0;
+        info.dwExpSize = 4096;
+        out = zepOpen(nullptr, &info, kCreateForWriting);
+        if (out == 0) {
+            GlobalUnlock(memoryBlock);
+            GlobalFree(memoryBlock);
+            x->hMF = 0;
+            return kNoOutput;
+        }
+    }
+    if (out == 0) return kNoOutput;
+
+    SetDisplayInfo(static_cast<double>(ri->screen_width), static_cast<double>(ri->screen_height),
+                   static_cast<int16_t>(ri->dpiscreen), static_cast<int16_t>(ri->dpiscreen));
+    r->srcwidth = ri->picture_width;
+    r->srcheight = ri->picture_height;
+    r->srcdpi = static_cast<int16_t>(ri->dpipicture);
+
+    // The result of the rendering is not passed back.
+    OutputPicture(out, r, DrawExportCellData);
+    zepClose(out);
+    // As at the GP4 driver's close, the reference row of the finished picture
+    // is released.
+    GlobalFree(s->gp4_refLine);
+    s->gp4_refLine = 0;
+    // The block moves each time it grows: the host gets its final handle.
+    if (memoryBlock != 0) x->hMF = GlobalHandle(memory);
+    return 0;  // the setup stays the current one, locked
+}
