@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,20 @@ struct Bilevel {
         return (bits[static_cast<size_t>(y) * stride() + x / 8] >> (7 - x % 8)) & 1;
     }
 };
+
+// A reproducible random picture with about blackPercent % black pixels.
+inline Bilevel randomBilevel(uint32_t width, uint32_t height, uint32_t seed, int blackPercent = 30) {
+    std::mt19937 rng(seed);
+    Bilevel p;
+    p.width = width;
+    p.height = height;
+    p.bits.assign(static_cast<size_t>(p.stride()) * height, 0);
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x)
+            if (static_cast<int>(rng() % 100) < blackPercent)
+                p.bits[static_cast<size_t>(y) * p.stride() + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
+    return p;
+}
 
 inline std::string scratchPath(const std::string &stem) {
     const char *dir = std::getenv("MIVO4_TEST_TMP");

@@ -104,15 +104,6 @@ uint32_t testProcedure(int32_t message, intptr_t p1, intptr_t p2, intptr_t p3) {
     }
 }
 
-Bilevel randomPicture(uint32_t width, uint32_t height, uint32_t seed) {
-    std::mt19937 rng(seed);
-    Bilevel p{width, height, {}};
-    p.bits.assign(static_cast<size_t>(p.stride()) * height, 0);
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x)
-            if (rng() % 4 == 0) p.bits[y * p.stride() + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
-    return p;
-}
 
 // The progress answers of a test host.
 struct Host {
@@ -204,7 +195,7 @@ TEST_F(BandOutput, BandedPictureDecodesToExactlyWhatTheProcedureDrew) {
     for (uint32_t band : {1u, 2u, 7u, 30u, 0u}) {
         for (bool whiteFirst : {false, true}) {
             TestPicture t;
-            t.picture = randomPicture(77, 30, band * 2 + whiteFirst);
+            t.picture = oracle::randomBilevel(77, 30, band * 2 + whiteFirst);
             t.bandHeight = band;
             t.whiteFirst = whiteFirst;
             ASSERT_EQ(output(t), 0) << "band " << band;
@@ -221,7 +212,7 @@ TEST_F(BandOutput, BandedPictureDecodesToExactlyWhatTheProcedureDrew) {
 
 TEST_F(BandOutput, OddHeightIsOutputOneRowTallerAndWidthIsNotRounded) {
     TestPicture t;
-    t.picture = randomPicture(13, 9, 3);
+    t.picture = oracle::randomBilevel(13, 9, 3);
     t.bandHeight = 4;
     ASSERT_EQ(output(t), 0);
     EXPECT_EQ(t.totalHeight, 10u);
@@ -264,7 +255,7 @@ TEST_F(BandOutput, ThreePassesReportTruncatedPercentages) {
     SinkLog log;
     recordingSink(log, -1);  // the coder's own reports stay out of the count
     TestPicture t;
-    t.picture = randomPicture(16, 30, 1);
+    t.picture = oracle::randomBilevel(16, 30, 1);
     t.bandHeight = 10;
     ASSERT_EQ(output(t), 0);
     EXPECT_EQ(host_.progress, (std::vector<intptr_t>{33, 66, 100}));
@@ -274,7 +265,7 @@ TEST_F(BandOutput, WholePictureAtOnceIsOnePassWithOneReportOf100) {
     SinkLog log;
     recordingSink(log, -1);
     TestPicture t;
-    t.picture = randomPicture(16, 30, 1);
+    t.picture = oracle::randomBilevel(16, 30, 1);
     ASSERT_EQ(output(t), 0);
     EXPECT_EQ(t.renders.size(), 1u);
     EXPECT_EQ(host_.progress, (std::vector<intptr_t>{100}));
@@ -287,7 +278,7 @@ TEST_F(BandOutput, CancellingStatusCallbackEndsWith901AndNoEnd) {
         host_ = Host{};
         host_.cancelAt = cancelAt;
         TestPicture t;
-        t.picture = randomPicture(16, 30, 1);
+        t.picture = oracle::randomBilevel(16, 30, 1);
         t.bandHeight = 10;
         EXPECT_EQ(output(t), 901);
         EXPECT_EQ(log.heights.size(), static_cast<size_t>(cancelAt + 1));
@@ -300,7 +291,7 @@ TEST_F(BandOutput, InitAnswerOfZeroGives27AndWritesNothing) {
     SinkLog log;
     recordingSink(log, -1);
     TestPicture t;
-    t.picture = randomPicture(16, 30, 1);
+    t.picture = oracle::randomBilevel(16, 30, 1);
     t.answerNothing = true;
     EXPECT_EQ(output(t), 27);
     EXPECT_EQ(log.begins, 0);
@@ -311,7 +302,7 @@ TEST_F(BandOutput, InitAnswerOfZeroGives27AndWritesNothing) {
 
 TEST_F(BandOutput, FailedQueryAllocationGives27WithoutEndingAnOffscreen) {
     TestPicture t;
-    t.picture = randomPicture(16, 30, 1);
+    t.picture = oracle::randomBilevel(16, 30, 1);
     testing::internal::CaptureStderr();
     EXPECT_EQ(output(t, 1), 27);
     testing::internal::GetCapturedStderr();
@@ -323,7 +314,7 @@ TEST_F(BandOutput, EveryFailedAllocationEndsCleanly) {
     // Each allocation of the loop fails in turn: a documented result, nothing leaked.
     for (uint32_t n = 1; n < 40; ++n) {
         TestPicture t;
-        t.picture = randomPicture(40, 20, 9);
+        t.picture = oracle::randomBilevel(40, 20, 9);
         t.bandHeight = 6;
         testing::internal::CaptureStderr();
         int32_t r = output(t, n);
@@ -335,7 +326,7 @@ TEST_F(BandOutput, EveryFailedAllocationEndsCleanly) {
 
 TEST_F(BandOutput, ProcedureThatGrowsTheColourTableIsServedTheLiveTable) {
     TestPicture t;
-    t.picture = randomPicture(24, 12, 5);
+    t.picture = oracle::randomBilevel(24, 12, 5);
     t.growTable = true;
     t.whiteFirst = true;
     ASSERT_EQ(output(t), 0);
@@ -347,7 +338,7 @@ TEST_F(BandOutput, ProcedureThatGrowsTheColourTableIsServedTheLiveTable) {
 
 TEST_F(BandOutput, NullBandHandleStopsWith300) {
     TestPicture t;
-    t.picture = randomPicture(16, 30, 1);
+    t.picture = oracle::randomBilevel(16, 30, 1);
     t.bandHeight = 10;
     t.nullBand = true;
     EXPECT_EQ(output(t), 300);
@@ -358,7 +349,7 @@ TEST_F(BandOutput, NullBandHandleStopsWith300) {
 TEST_F(BandOutput, MissingExportOptionsReportNoProgress) {
     setup_->lpExport = nullptr;
     TestPicture t;
-    t.picture = randomPicture(16, 30, 1);
+    t.picture = oracle::randomBilevel(16, 30, 1);
     t.bandHeight = 10;
     EXPECT_EQ(output(t), 0);
     EXPECT_TRUE(host_.progress.empty());

@@ -57,15 +57,6 @@ void flat24(HostBitmap &b, uint32_t width, uint32_t height, uint8_t grey) {
     for (uint32_t y = 0; y < height; ++y) std::memset(bits + y * stride, grey, width * 3);
 }
 
-Bilevel randomPicture(uint32_t width, uint32_t height, uint32_t seed) {
-    std::mt19937 rng(seed);
-    Bilevel p{width, height, {}};
-    p.bits.assign(static_cast<size_t>(p.stride()) * height, 0);
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x)
-            if (rng() % 3 == 0) p.bits[y * p.stride() + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
-    return p;
-}
 
 struct StreamLog {
     std::vector<int32_t> ops;
@@ -173,7 +164,7 @@ protected:
 
 TEST_F(BitmapExport, OneBitPictureAtItsOwnSizeDecodesPixelForPixel) {
     ownSize(200);
-    Bilevel p = randomPicture(123, 58, 1);
+    Bilevel p = oracle::randomBilevel(123, 58, 1);
     HostBitmap b;
     oneBit(b, p);
     std::vector<uint8_t> file = exportToFile(b.r, 200);
@@ -187,7 +178,7 @@ TEST_F(BitmapExport, OneBitPictureAtItsOwnSizeDecodesPixelForPixel) {
 
 TEST_F(BitmapExport, ThreeOutputWaysGiveTheSameBytes) {
     ownSize(300);
-    Bilevel p = randomPicture(70, 41, 2);
+    Bilevel p = oracle::randomBilevel(70, 41, 2);
     HostBitmap b;
     oneBit(b, p);
     std::vector<uint8_t> file = exportToFile(b.r, 300);
@@ -204,7 +195,7 @@ TEST_F(BitmapExport, ThreeOutputWaysGiveTheSameBytes) {
 
 TEST_F(BitmapExport, EmptyNameWithoutCallbackHandsAMemoryBlockBackInHmf) {
     ownSize(300);
-    Bilevel p = randomPicture(16, 8, 3);
+    Bilevel p = oracle::randomBilevel(16, 8, 3);
     HostBitmap b;
     oneBit(b, p);
     std::vector<uint8_t> bytes = exportToMemory(b.r, 300);
@@ -214,7 +205,7 @@ TEST_F(BitmapExport, EmptyNameWithoutCallbackHandsAMemoryBlockBackInHmf) {
 
 TEST_F(BitmapExport, ManyExportsThroughOneSetupGiveThatManyCompleteFiles) {
     ownSize(300);
-    Bilevel p = randomPicture(37, 21, 4);  // odd: the coder ends mid-byte
+    Bilevel p = oracle::randomBilevel(37, 21, 4);  // odd: the coder ends mid-byte
     HostBitmap b;
     oneBit(b, p);
     std::vector<uint8_t> first = exportToFile(b.r, 300);
@@ -242,7 +233,7 @@ TEST_F(BitmapExport, ColourPicturesAreDitheredToOneBit) {
 }
 
 TEST_F(BitmapExport, UnopenableOutputGives303) {
-    Bilevel p = randomPicture(8, 8, 5);
+    Bilevel p = oracle::randomBilevel(8, 8, 5);
     HostBitmap b;
     oneBit(b, p);
     zepRasterInfoInput ri = info(b.r, 300);
@@ -263,7 +254,7 @@ TEST_F(BitmapExport, UnopenableOutputGives303) {
 
 TEST_F(BitmapExport, ExportStoresThePicturesSizeAndResolutionInTheBitmap) {
     ownSize(300);
-    Bilevel p = randomPicture(8, 8, 5);
+    Bilevel p = oracle::randomBilevel(8, 8, 5);
     HostBitmap b;
     oneBit(b, p);
     zepRasterInfoInput ri{96, 300, 150, 8, 8, 1280, 1078};
@@ -275,7 +266,7 @@ TEST_F(BitmapExport, ExportStoresThePicturesSizeAndResolutionInTheBitmap) {
 }
 
 TEST_F(BitmapExport, BadCallsGiveCodesNotCrashes) {
-    Bilevel p = randomPicture(8, 8, 5);
+    Bilevel p = oracle::randomBilevel(8, 8, 5);
     HostBitmap b;
     oneBit(b, p);
     zepRasterInfoInput ri = info(b.r, 300);

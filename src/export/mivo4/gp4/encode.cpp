@@ -11,7 +11,7 @@
 // (g4find.h), codes go through a 64-bit accumulator and whole bytes are stored
 // four at a time, and a row equal to its reference row (frequent in text) is
 // coded as the run of V0 codes it must give without searching. AddRun, AddCode
-// and SetRefPositions are the documented one-code-at-a-time routines; they
+// and SetRefPositions are the one-code-at-a-time routines of the interface; they
 // produce the same bytes and are kept for callers that code by hand.
 #include <mivo4/gp4.h>
 #include <mivo4/memory.h>
@@ -21,30 +21,44 @@
 #include <mivo4/util.h>
 
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "export/mivo4/gp4/g4find.h"
 
+namespace mivo4::g4 {
+bool gForceRowSearch = false;
+}
+
 namespace {
 
-using mivo4::g4::CountChanges;
+using mivo4::g4::gForceRowSearch;
+using mivo4::g4::ListSearch;
+using mivo4::g4::RowSearch;
 using mivo4::g4::NextChange;
 using mivo4::g4::RowBytes;
 using mivo4::g4::SameRow;
 
 // Room checked before every coding step: a step whose runs are at most 2560
 // pixels long emits at most 53 bits (3 for the mode, and per run at most one
-// make-up of 13 and one terminating code of 12 bits), which with a partly used
-// byte ahead of it touches at most 9 bytes from the current one.
+// make-up code of 13 and one terminating code of 12 bits). Starting in a partly
+// used byte, it ends at most 7 bytes further on, and BitSink's four-byte
+// stores then reach 3 bytes beyond: 10 bytes from the current one, which the
+// margin leaves room for.
 constexpr uint32_t kStepMargin = 10;
-// Longer runs add one 12-bit make-up code of 2560 per 2560 pixels; such a step
-// is measured before it is coded and the buffer grown until it fits.
+// Longer runs add one 12-bit make-up code of 2560 per 2560 pixels (a picture
+// 65535 pixels wide can need 26 of them in one step); such a step is measured
+// before it is coded and the buffer grown until it fits.
 constexpr uint32_t kLongStep = 2560;
 constexpr uint32_t kGrowth = 5000;
 constexpr uint32_t kMakeup2560Bits = 12;
 
 // Pending output bits. Codes are or-ed into a 64-bit accumulator, top bit
-// first; as soon as four bytes are complete they are stored. Bytes are thus
-// written only once all their bits are known, and never past the current byte.
+// first. Every Put stores the accumulator's top four bytes at the first byte
+// not yet complete, and moves on past them only once all four are complete, so
+// incomplete bytes are stored again, completed, by later Puts; no branch
+// decides when to store. A store reaches at most three bytes past the current
+// byte: the room checks of the coding steps allow for that.
 struct BitSink {
     uint8_t *buf = nullptr;
     uint32_t stored = 0;  // whole bytes already in buf
@@ -55,13 +69,12 @@ struct BitSink {
     void Put(uint32_t code, uint32_t n) {
         acc |= static_cast<uint64_t>(code) << (32 - bits);
         bits += n;
-        if (bits >= 32) {
-            uint32_t word = __builtin_bswap32(static_cast<uint32_t>(acc >> 32));
-            std::memcpy(buf + stored, &word, 4);
-            stored += 4;
-            acc <<= 32;
-            bits -= 32;
-        }
+        uint32_t word = __builtin_bswap32(static_cast<uint32_t>(acc >> 32));
+        std::memcpy(buf + stored, &word, 4);
+        uint32_t full = bits >> 5;  // 1 once the four bytes are complete
+        stored += full << 2;
+        acc <<= full << 5;
+        bits -= full << 5;
     }
     void Ones(uint32_t count) {
         for (; count >= 32; count -= 32) Put(0xFFFFFFFFu, 32);
@@ -121,6 +134,193 @@ void PutHorizontal(BitSink &out, bool isWhite, uint32_t run1, uint32_t run2) {
 }
 
 uint8_t *Lock(ZHANDLE h) { return static_cast<uint8_t *>(GlobalLock(h)); }
+
+// The working state of one call of Group4.
+struct Band {
+    Gp4_SetupData *setup = nullptr;
+    ZHANDLE *hOutBuf = nullptr;
+    uint32_t nOutSize = 0;
+    BitSink out;                         // out.buf is the locked output buffer
+    const uint8_t *row = nullptr;        // the row being coded
+    const uint8_t *lpRefLine = nullptr;  // its reference row; null: all white
+    uint32_t Width = 0, rowBytes = 0, ScanLines = 0, BytesPerRow = 0;
+    uint32_t RowCount = 0;
+    bool cancelled = false;
+};
+
+// Grows the output buffer; the new pointer is null when the buffer was lost.
+// Kept out of line so that the coding loop's state never has its address taken.
+struct Grown {
+    uint8_t *buf;
+    uint32_t size;
+};
+[[gnu::noinline]] Grown Grow(ZHANDLE *hOutBuf, uint8_t *buf, uint32_t size) {
+    IncreaseOutBuf(hOutBuf, &buf, &size);
+    return {*hOutBuf != 0 ? buf : nullptr, size};
+}
+
+// Asks the host whether to go on; true when it wants the band stopped.
+[[gnu::noinline]] bool Cancelled(const Gp4_SetupData *setup, uint32_t Temp) {
+    EXPORT_OPTIONS *lpExport = setup->lpExport;
+    if (lpExport == nullptr) return false;
+    return CallGetSet_Status(lpExport->GetSet_Status, lpExport->hDialog, 0, 0, 0, Temp, 0, 0) != 0;
+}
+
+// Codes the band's rows, one coding step per pass, until all are done, the
+// host cancels or the output buffer is lost. The state lives in locals while
+// coding (the output stores may alias anything reached through memory) and
+// goes back into the band at the end.
+template <class Search>
+void CodeRows(Band &b, Search search) {
+    BitSink out = b.out;
+    uint32_t nOutSize = b.nOutSize;
+    const uint8_t *row = b.row;
+    const uint8_t *lpRefLine = b.lpRefLine;
+    uint32_t RowCount = b.RowCount;
+    const uint32_t Width = b.Width;
+    const uint32_t ScanLines = b.ScanLines;
+    const uint32_t BytesPerRow = b.BytesPerRow;
+
+    uint32_t A0 = 0;
+    bool isWhite = true;  // Color: 255 while true, 0 while false
+    bool rowStarted = false;
+    bool sameRow = false;
+    uint32_t reportedRow = UINT32_MAX;
+    uint32_t lastTemp = UINT32_MAX;
+    bool cancelled = false;
+
+    auto grow = [&]() {
+        Grown g = Grow(b.hOutBuf, out.buf, nOutSize);
+        out.buf = g.buf;
+        nOutSize = g.size;
+        return g.buf != nullptr;
+    };
+
+    search.BeginBand(lpRefLine);
+    while (RowCount < ScanLines && out.buf != nullptr) {
+        // a. Progress, 50..100 over the band. The value only changes with the
+        //    row, so the host hears each value once, before the first step that
+        //    carries it; a non-zero answer stops the band at that step.
+        if (RowCount != reportedRow) {
+            reportedRow = RowCount;
+            uint32_t Temp = 50 + static_cast<uint32_t>((RowCount + 1) * 50.0 / ScanLines);
+            if (Temp != lastTemp) {
+                lastTemp = Temp;
+                if (Cancelled(b.setup, Temp)) {
+                    cancelled = true;
+                    break;
+                }
+            }
+        }
+
+        // b. Room for one step, else grow and start the pass again.
+        if (out.BytePos() + kStepMargin >= nOutSize) {
+            grow();
+            continue;
+        }
+
+        if (!rowStarted) {
+            rowStarted = true;
+            sameRow = lpRefLine != nullptr && SameRow(row, lpRefLine, Width);
+            if (!sameRow) search.BeginRow(row);
+        }
+
+        if (sameRow) {
+            // A row equal to its reference row codes as one V0 per changing
+            // element plus one for the end of the row: every a1 lies on its b1.
+            // Step by step, the room check grows the buffer whenever a step
+            // starts within the margin of its end; the same growths happen here
+            // before the same steps.
+            uint32_t steps = search.RefChanges() + 1;
+            bool lost = false;
+            while (steps != 0) {
+                uint64_t room = nOutSize > kStepMargin ? uint64_t{nOutSize - kStepMargin} * 8 : 0;
+                uint64_t fit = room > out.TotalBits() ? room - out.TotalBits() : 0;
+                uint32_t now = fit < steps ? static_cast<uint32_t>(fit) : steps;
+                out.Ones(now);
+                steps -= now;
+                if (steps != 0 && !grow()) {
+                    lost = true;
+                    break;
+                }
+            }
+            if (lost) break;
+            search.EndSameRow();
+            A0 = Width;
+        } else {
+            // The row's coding steps. Within a row the progress value stays
+            // the same, so each later step starts at its room check.
+            bool lost = false;
+            for (;;) {
+                // c. Changing elements.
+                uint32_t A1, B1, B2;
+                search.Step(A0, isWhite, A1, B1, B2);
+
+                if (B2 < A1) {
+                    // d. Pass mode.
+                    out.Put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
+                    A0 = B2;
+                    search.AfterPass();
+                } else if (A1 + 3 >= B1 && B1 + 3 >= A1) {
+                    // e. Vertical mode.
+                    const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(A1 - B1)];
+                    out.Put(Code32(e), e[0]);
+                    A0 = A1;
+                    isWhite = !isWhite;
+                    search.AfterVertical();
+                } else {
+                    // f. Horizontal mode.
+                    uint32_t A2 = search.A2(A1, isWhite);
+                    if (A2 - A0 > kLongStep) {
+                        // Runs this long can emit more than the step margin covers.
+                        uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] +
+                                        RunBits(isWhite ? white : black, A1 - A0) +
+                                        RunBits(isWhite ? black : white, A2 - A1);
+                        while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 4 >= nOutSize) {
+                            if (!grow()) {
+                                lost = true;
+                                break;
+                            }
+                        }
+                        if (lost) break;
+                    }
+                    PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
+                    A0 = A2;
+                    search.AfterHorizontal();
+                }
+                if (A0 == Width) break;
+
+                // b. Room for the next step.
+                while (out.BytePos() + kStepMargin >= nOutSize) {
+                    if (!grow()) {
+                        lost = true;
+                        break;
+                    }
+                }
+                if (lost) break;
+            }
+            if (lost) break;
+            search.EndRow();
+        }
+
+        // g. End of the row: it becomes the reference row of the next.
+        if (A0 == Width) {
+            A0 = 0;
+            isWhite = true;
+            rowStarted = false;
+            ++RowCount;
+            lpRefLine = row;
+            row += BytesPerRow;
+        }
+    }
+
+    b.out = out;
+    b.nOutSize = nOutSize;
+    b.row = row;
+    b.lpRefLine = lpRefLine;
+    b.RowCount = RowCount;
+    b.cancelled = cancelled;
+}
 
 }  // namespace
 
@@ -265,125 +465,36 @@ uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t
         }
     }
 
-    BitSink out;
-    out.buf = lpOutBuf;
-    out.bits = OutBitPos;
+    Band band;
+    band.setup = setup;
+    band.hOutBuf = hOutBuf;
+    band.nOutSize = nOutSize;
+    band.out.buf = lpOutBuf;
+    band.out.bits = OutBitPos;
     // Codes are or-ed into the first byte, so whatever it holds stays.
-    if (lpOutBuf != nullptr && nOutSize != 0) out.acc = static_cast<uint64_t>(lpOutBuf[0]) << 56;
+    if (lpOutBuf != nullptr && nOutSize != 0) band.out.acc = static_cast<uint64_t>(lpOutBuf[0]) << 56;
+    band.row = InBuf;
+    band.lpRefLine = lpRefLine;
+    band.Width = Width;
+    band.rowBytes = rowBytes;
+    band.ScanLines = ScanLines;
+    band.BytesPerRow = BytesPerRow;
 
-    const uint8_t *row = InBuf;
-    uint32_t RowCount = 0;
-    uint32_t A0 = 0;
-    bool isWhite = true;  // Color: 255 while true, 0 while false
-    uint32_t B1 = Width;
-    uint32_t B2 = Width;
-    bool cancelled = false;
-    uint32_t reportedRow = UINT32_MAX;
-    uint32_t lastTemp = UINT32_MAX;
-
-    auto grow = [&]() {
-        IncreaseOutBuf(hOutBuf, &lpOutBuf, &nOutSize);
-        out.buf = lpOutBuf;
-        return *hOutBuf != 0;
-    };
-    auto rowDone = [&]() {
-        A0 = 0;
-        isWhite = true;
-        ++RowCount;
-        lpRefLine = row;
-        row += BytesPerRow;
-    };
-
-    // 4. One pass per coding step.
-    while (RowCount < ScanLines && *hOutBuf != 0) {
-        // a. Progress, 50..100 over the band. The value only changes with the
-        //    row, so the host hears each value once, before the first step that
-        //    carries it; a non-zero answer stops the band at that step.
-        if (RowCount != reportedRow) {
-            reportedRow = RowCount;
-            EXPORT_OPTIONS *lpExport = setup->lpExport;
-            uint32_t Temp = 50 + static_cast<uint32_t>((RowCount + 1) * 50.0 / ScanLines);
-            if (lpExport != nullptr && Temp != lastTemp) {
-                lastTemp = Temp;
-                if (CallGetSet_Status(lpExport->GetSet_Status, lpExport->hDialog, 0, 0, 0, Temp, 0,
-                                      0) != 0) {
-                    cancelled = true;
-                    break;
-                }
-            }
-        }
-
-        // b. Room for one step, else grow and start the pass again.
-        if (out.BytePos() + kStepMargin >= nOutSize) {
-            grow();
-            continue;
-        }
-
-        // A row equal to its reference row codes as one V0 per changing element
-        // plus one for the end of the row: every a1 lies on its b1.
-        if (A0 == 0 && isWhite && lpRefLine != nullptr && SameRow(row, lpRefLine, Width)) {
-            uint32_t steps = CountChanges(row, rowBytes, Width) + 1;
-            // Step by step the room check would grow the buffer whenever a step
-            // starts within the margin of its end; the same growths happen here
-            // at the same steps.
-            bool lost = false;
-            while (steps != 0) {
-                uint64_t room = nOutSize > kStepMargin ? uint64_t{nOutSize - kStepMargin} * 8 : 0;
-                uint64_t fit = room > out.TotalBits() ? room - out.TotalBits() : 0;
-                uint32_t now = fit < steps ? static_cast<uint32_t>(fit) : steps;
-                out.Ones(now);
-                steps -= now;
-                if (steps != 0 && !grow()) {
-                    lost = true;
-                    break;
-                }
-            }
-            if (lost) break;
-            rowDone();
-            continue;
-        }
-
-        // c. Changing elements.
-        uint32_t A1 = NextChange(row, rowBytes, A0, isWhite, Width);
-        if (lpRefLine != nullptr) {
-            B1 = NextChange(lpRefLine, rowBytes, A0, isWhite, Width);
-            B2 = NextChange(lpRefLine, rowBytes, B1, !isWhite, Width);
-        }
-
-        if (B2 < A1) {
-            // d. Pass mode.
-            out.Put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
-            A0 = B2;
-        } else if (A1 + 3 >= B1 && B1 + 3 >= A1) {
-            // e. Vertical mode.
-            const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(A1 - B1)];
-            out.Put(Code32(e), e[0]);
-            A0 = A1;
-            isWhite = !isWhite;
-        } else {
-            // f. Horizontal mode.
-            uint32_t A2 = NextChange(row, rowBytes, A1, !isWhite, Width);
-            if (A2 - A0 > kLongStep) {
-                // Runs this long emit more than the step margin covers.
-                uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] +
-                                RunBits(isWhite ? ::white : ::black, A1 - A0) +
-                                RunBits(isWhite ? ::black : ::white, A2 - A1);
-                bool lost = false;
-                while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 2 >= nOutSize) {
-                    if (!grow()) {
-                        lost = true;
-                        break;
-                    }
-                }
-                if (lost) break;
-            }
-            PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
-            A0 = A2;
-        }
-
-        // g. End of the row.
-        if (A0 == Width) rowDone();
+    // 4. The rows, from lists of their changing elements when there is memory
+    //    for two lists, else by searching the rows at every step.
+    std::unique_ptr<uint32_t[]> lists;
+    if (!gForceRowSearch && ScanLines != 0)
+        lists.reset(new (std::nothrow) uint32_t[ListSearch::Entries(Width)]);
+    if (lists != nullptr) {
+        ListSearch search(Width, rowBytes, lists.get());
+        CodeRows(band, search);
+    } else {
+        RowSearch search(Width, rowBytes);
+        CodeRows(band, search);
     }
+    lpRefLine = band.lpRefLine;
+    BitSink &out = band.out;
+    const bool cancelled = band.cancelled;
 
     // 5. The band's bytes, and the state the next band continues from.
     uint32_t OutBytePos = 0;

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace mivo4::g4 {
 
@@ -95,5 +96,155 @@ inline uint32_t CountChanges(const uint8_t *row, uint32_t size, uint32_t width) 
     }
     return count;
 }
+
+}  // namespace mivo4::g4
+
+namespace mivo4::g4 {
+
+// The changing elements a coding step needs, found in one of two ways. Both
+// give, for a0 and the colour of the current run:
+//   a1  the next changing element of the coding row (NextChange on the row),
+//   b1  the next changing element of the reference row of the other colour,
+//   b2  the one after b1, and
+//   a2  the one after a1;
+// the reference row of the first row of a picture is all white (b1 = b2 = width).
+
+// Searches the rows themselves at every step. Needs no memory of its own.
+class RowSearch {
+public:
+    RowSearch(uint32_t width, uint32_t size) : width_(width), size_(size) {}
+    void BeginBand(const uint8_t *ref) { ref_ = ref; }
+    void BeginRow(const uint8_t *row) { row_ = row; }
+    void EndRow() { ref_ = row_; }
+    // A row equal to its reference row was coded without BeginRow: the
+    // reference row stays, it has the same pixels.
+    void EndSameRow() {}
+    uint32_t RefChanges() const { return ref_ != nullptr ? CountChanges(ref_, size_, width_) : 0; }
+    void Step(uint32_t a0, bool white, uint32_t &a1, uint32_t &b1, uint32_t &b2) {
+        a1 = NextChange(row_, size_, a0, white, width_);
+        if (ref_ != nullptr) {
+            b1 = NextChange(ref_, size_, a0, white, width_);
+            b2 = NextChange(ref_, size_, b1, !white, width_);
+        } else {
+            b1 = b2 = width_;
+        }
+    }
+    uint32_t A2(uint32_t a1, bool white) const { return NextChange(row_, size_, a1, !white, width_); }
+    void AfterPass() {}
+    void AfterVertical() {}
+    void AfterHorizontal() {}
+
+private:
+    uint32_t width_, size_;
+    const uint8_t *row_ = nullptr;
+    const uint8_t *ref_ = nullptr;
+};
+
+// Lists the changing elements of each row once, 64 pixels per step, and then
+// codes from the lists: every search becomes a short walk along an ascending
+// list. Element i of a list is a change to black when i is even (the row
+// starts white) and to white when i is odd; three copies of the width close
+// each list so that the walks need no bounds checks. The list of a finished
+// row is the reference list of the next.
+//
+// On the coding row no walk is needed at all: the pixels from a0 up to a1
+// have the colour of the current run, so a1 is always the element after the
+// last one coded. A pass leaves it in place, a vertical step moves past a1 and
+// a horizontal step past a1 and a2.
+class ListSearch {
+public:
+    // Entries of the two lists: a row has at most `width` changing elements;
+    // the three closing entries and the unconditional stores of List need the
+    // slack.
+    static uint64_t ListEntries(uint32_t width) { return uint64_t{width} + 4 + kSlack; }
+    static uint64_t Entries(uint32_t width) { return 2 * ListEntries(width); }
+
+    // `lists` holds Entries(width) entries.
+    ListSearch(uint32_t width, uint32_t size, uint32_t *lists)
+        : width_(width), size_(size), cur_(lists), ref_(lists + ListEntries(width)) {}
+
+    void BeginBand(const uint8_t *ref) {
+        if (ref != nullptr) {
+            refCount_ = List(ref, ref_);
+        } else {
+            refCount_ = 0;
+            Close(ref_, 0);
+        }
+    }
+    void BeginRow(const uint8_t *row) {
+        curCount_ = List(row, cur_);
+        ia_ = ib_ = 0;
+    }
+    void EndRow() {
+        std::swap(cur_, ref_);
+        refCount_ = curCount_;
+    }
+    void EndSameRow() {}  // the row's list is the reference list already
+    uint32_t RefChanges() const { return refCount_; }
+
+    void Step(uint32_t a0, bool white, uint32_t &a1, uint32_t &b1, uint32_t &b2) {
+        // On the reference row, elements at a0 itself do not count, except at
+        // 0: the imaginary white pixel left of the row makes a black pixel 0 a
+        // changing element. `from` never decreases within a row, so the walk
+        // resumes where the last step's stopped. It keeps the first element at
+        // or after `from` whatever its colour: one passed over for its colour
+        // now can be the answer of the next step, once the colour has changed.
+        uint32_t from = a0 == 0 ? 0 : a0 + 1;
+        uint32_t parity = white ? 0 : 1;  // a change away from the current colour
+        while (ref_[ib_] < from) ++ib_;
+        uint32_t j = ib_ + ((ib_ & 1) ^ parity);
+        a1 = cur_[ia_];
+        b1 = ref_[j];
+        b2 = ref_[j + 1];
+    }
+    uint32_t A2(uint32_t, bool) const { return cur_[ia_ + 1]; }
+    void AfterPass() {}
+    void AfterVertical() { ia_ += 1; }
+    void AfterHorizontal() { ia_ += 2; }
+
+private:
+    static constexpr uint32_t kSlack = 4;
+
+    void Close(uint32_t *list, uint32_t n) const {
+        list[n] = list[n + 1] = list[n + 2] = width_;
+    }
+    uint32_t List(const uint8_t *row, uint32_t *list) const {
+        uint32_t n = 0;
+        uint64_t before = 1;  // the imaginary white pixel
+        for (uint64_t p = 0; p < width_; p += 64) {
+            uint64_t w = LoadWindow(row, p >> 3, size_);
+            uint64_t changes = w ^ ((w >> 1) | (before << 63));
+            before = w & 1;
+            uint64_t valid = width_ - p;
+            if (valid < 64) changes &= ~uint64_t{0} << (64 - valid);
+            if (changes == 0) continue;
+            // Four stores at a time, whether or not four elements are left:
+            // the extra stores land in the slack and are overwritten.
+            uint32_t count = static_cast<uint32_t>(__builtin_popcountll(changes));
+            uint32_t *out = list + n;
+            const uint32_t base = static_cast<uint32_t>(p);
+            for (uint32_t done = 0; done < count; done += 4, out += 4) {
+                for (int k = 0; k < 4; ++k) {
+                    uint32_t lead = static_cast<uint32_t>(__builtin_clzll(changes | 1));
+                    out[k] = base + lead;
+                    changes &= ~(uint64_t{1} << 63 >> lead);
+                }
+            }
+            n += count;
+        }
+        Close(list, n);
+        return n;
+    }
+
+    uint32_t width_, size_;
+    uint32_t *cur_, *ref_;
+    uint32_t curCount_ = 0, refCount_ = 0;
+    uint32_t ia_ = 0;  // index of the next a1 in the coding row's list
+    uint32_t ib_ = 0;  // first reference element at or after the last step's start
+};
+
+// Test hook: makes the coder use RowSearch even when it could have the lists'
+// memory, so that both ways are checked. Not exported.
+extern bool gForceRowSearch;
 
 }  // namespace mivo4::g4

@@ -8,6 +8,8 @@
 #include <mivo4/setup.h>
 #include <mivo4/stream.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -22,9 +24,10 @@
 namespace g4test {
 
 // Makes a zero-filled setup record current for the test, as a fresh setup is,
-// and puts the previous one back afterwards.
+// and puts the previous one back afterwards. Its helpers are public so that
+// functions shared by several tests can code with them.
 class CoderTest : public ::testing::Test {
-protected:
+public:
     void SetUp() override {
         saved_ = lpRaster;
         setup_ = std::make_unique<Gp4_SetupData>();
@@ -71,12 +74,16 @@ protected:
     Gp4_SetupData *saved_ = nullptr;
 };
 
-// A fresh file name in the tests' scratch directory.
+// A file name in the tests' scratch directory, of this test and process
+// alone: the tests may run in parallel.
 inline std::string ScratchFile(const std::string &name) {
     const char *dir = std::getenv("MIVO4_TEST_TMP");
     std::filesystem::path base = dir != nullptr ? dir : std::filesystem::temp_directory_path();
     std::filesystem::create_directories(base);
-    return (base / name).string();
+    std::string unique = std::to_string(getpid());
+    if (const auto *test = ::testing::UnitTest::GetInstance()->current_test_info())
+        unique = std::string(test->test_suite_name()) + "." + test->name() + "." + unique;
+    return (base / (unique + "." + name)).string();
 }
 
 inline std::vector<uint8_t> ReadFile(const std::string &path) {

@@ -21,19 +21,6 @@ namespace {
 
 using oracle::Bilevel;
 
-// A random picture with the usual convention: a set bit is black.
-Bilevel randomPicture(uint32_t width, uint32_t height, uint32_t seed, int blackPercent = 30) {
-    std::mt19937 rng(seed);
-    Bilevel p;
-    p.width = width;
-    p.height = height;
-    p.bits.assign(static_cast<size_t>(p.stride()) * height, 0);
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x)
-            if (static_cast<int>(rng() % 100) < blackPercent)
-                p.bits[y * p.stride() + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
-    return p;
-}
 
 class Sink : public ::testing::Test {
 protected:
@@ -124,14 +111,14 @@ protected:
 
 TEST_F(Sink, BottomUpPaddedBandsBecomeOneTopDownPicture) {
     for (bool white : {false, true}) {
-        Bilevel p = randomPicture(37, 23, 7);
+        Bilevel p = oracle::randomBilevel(37, 23, 7);
         std::vector<uint8_t> file = writePicture(p, {7, 7, 7, 2}, white);
         expectDecodesTo(file, p);
     }
 }
 
 TEST_F(Sink, BandsOfAnyHeightsGiveTheBytesOfOneBand) {
-    Bilevel p = randomPicture(203, 61, 11, 20);
+    Bilevel p = oracle::randomBilevel(203, 61, 11, 20);
     std::vector<uint8_t> whole = writePicture(p, {61}, false);
     expectDecodesTo(whole, p);
     const std::vector<std::vector<uint32_t>> splits = {
@@ -198,7 +185,7 @@ TEST_F(Sink, HeaderTellsSizeAndDensityAndBandsAreTakenBottomFirst) {
 }
 
 TEST_F(Sink, EndingThePictureAddsNoBytes) {
-    Bilevel p = randomPicture(16, 3, 5);
+    Bilevel p = oracle::randomBilevel(16, 3, 5);
     std::vector<uint8_t> file = writePicture(p, {3}, false);
     HZEPIO out = zepOpen(path_.c_str(), nullptr, 2);
     zepSeek(out, 0, 2);
