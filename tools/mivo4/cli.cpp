@@ -39,7 +39,7 @@ const char kUsage[] =
     "  --output-mode file|memory|callback     how the module writes (default file)\n"
     "  --progress                             a progress bar on standard error\n"
     "  --profile FILE --mode NAME             start from a mode of a setup profile\n"
-    "  --no-verify                            do not decode the result before keeping it\n"
+    "  --verify                               decode the whole result with libtiff before keeping it\n"
     "OUTPUT may be - for standard output. The module is $MIVO4_MODULE, else mivo42.flt beside mivo4.\n";
 
 // A usage error: message and exit code 2.
@@ -140,6 +140,8 @@ int exportCommand(const std::string &modulePath, std::vector<std::string> args) 
             else throw UsageError{"--output-mode must be file, memory or callback, not \"" + v + "\""};
         } else if (a == "--progress") {
             s.progress = true;
+        } else if (a == "--verify") {
+            s.verify = true;
         } else if (a == "--no-verify") {
             s.verify = false;
         } else if (a == "--profile") {

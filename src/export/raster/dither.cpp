@@ -2,7 +2,9 @@
 // then a conversion that finds each pixel's table index again.
 #include <mivo4/color.h>
 
+#include <array>
 #include <cstdio>
+#include <vector>
 
 #include <new>
 
@@ -97,6 +99,72 @@ void ditherLine(uint8_t *pLine1, uint8_t *pLine2, const VCD *table, uint32_t wid
     last[2] = table[index].blue;
 }
 
+// True when every entry of the table is a grey.
+bool greyTable(const VCD *t, uint16_t n) {
+    for (uint16_t k = 0; k < n; ++k)
+        if (t[k].red != t[k].green || t[k].green != t[k].blue) return false;
+    return n > 0;
+}
+
+// ditherLine for a greyed row on a table of greys, in one channel. Every pixel
+// of the row below was greyed before any error reached it, and every table
+// colour is a grey, so the three channels of each pixel stay equal through the
+// diffusion: channel 0 carries the whole computation, and a pixel's three
+// channels are written when its colour is chosen. The bytes are those of
+// ditherLine (the tests compare the two).
+// With `bits` given, the row is also converted to one bit per pixel on the
+// way: each pixel's bit is bitOfIndex of its chosen index (the bit the
+// conversion that finds the index again would write), into a zeroed row.
+void ditherGreyLine(uint8_t *pLine1, uint8_t *pLine2, const VCD *table, uint32_t width,
+                    const std::array<int32_t, 256> &nearestOfGrey, uint8_t *bits = nullptr,
+                    const uint8_t *bitOfIndex = nullptr) {
+    if (width == 0) return;
+    // The running values live in registers: `cur` is the pixel in hand (its
+    // right neighbour's error already added), and below pixels j - 1, j and
+    // j + 1 receive their three clamped sums in the order the plain row gives
+    // them (below-right of j - 1, below of j, below-left of j + 1).
+    int32_t index = 0;
+    uint8_t chosen = 0;
+    int32_t cur = pLine1[0];
+    int32_t belowLeft = 0, belowHere = pLine2 != nullptr ? pLine2[0] : 0;
+    for (uint32_t j = 0; j + 1 < width; ++j) {
+        uint8_t *p = pLine1 + size_t{j} * 3;
+        index = nearestOfGrey[cur];
+        chosen = table[index].red;
+        const int32_t e = cur - chosen;
+        const int32_t q8 = e / 8;
+        const int32_t q7 = (7 * e) / 16;
+        p[0] = p[1] = p[2] = chosen;
+        if (bits != nullptr && bitOfIndex[index] != 0) bits[j >> 3] |= static_cast<uint8_t>(0x80u >> (j & 7));
+        cur = Range_Chk[p[3] + q7];
+        if (pLine2 != nullptr) {
+            uint8_t *below = pLine2 + size_t{j} * 3;
+            belowHere = Range_Chk[belowHere + q7 - q8];
+            if (j > 0) {
+                belowLeft = Range_Chk[belowLeft + q7 - 2 * q8];
+                below[-3] = below[-2] = below[-1] = static_cast<uint8_t>(belowLeft);
+            }
+            const int32_t belowRight = Range_Chk[below[3] + q7 - 3 * q8];
+            belowLeft = belowHere;
+            belowHere = belowRight;
+        }
+    }
+    if (pLine2 != nullptr && width >= 2) {
+        // The last two below pixels keep the sums they have.
+        uint8_t *below = pLine2 + (size_t{width} - 2) * 3;
+        below[0] = below[1] = below[2] = static_cast<uint8_t>(belowLeft);
+        below[3] = below[4] = below[5] = static_cast<uint8_t>(belowHere);
+    }
+    uint8_t *last = pLine1 + (size_t{width} - 1) * 3;
+    if (width == 1) {
+        index = nearestOfGrey[last[0]];
+        chosen = table[index].red;
+    }
+    last[0] = last[1] = last[2] = chosen;
+    const uint32_t j = width - 1;
+    if (bits != nullptr && bitOfIndex[index] != 0) bits[j >> 3] |= static_cast<uint8_t>(0x80u >> (j & 7));
+}
+
 void printTable(const VCD *t, uint32_t n) {
     if (_debug_color_res == 0) return;
     std::printf("Dithering to the following colortable:\n");
@@ -109,6 +177,11 @@ void ditherRows(uint8_t *base, uint32_t w, uint32_t h, int16_t dst_depth, const 
     const uint64_t bpl = bytesPerLine64(w, 24);
     NearestFinder finder(table, n);
     auto nearest = [&](uint8_t r, uint8_t g, uint8_t b) { return finder.find(r, g, b); };
+    // One-bit output greys every row; onto a table of greys one channel does.
+    const bool oneChannel = dst_depth == 1 && greyTable(table, n);
+    std::array<int32_t, 256> nearestOfGrey{};
+    if (oneChannel)
+        for (int v = 0; v < 256; ++v) nearestOfGrey[v] = nearest(static_cast<uint8_t>(v), static_cast<uint8_t>(v), static_cast<uint8_t>(v));
     if (printsRows()) std::printf("Dithering...each(.) represents one scan line\n");
     for (uint32_t i = 0; i < h; ++i) {
         uint8_t *pLine1 = base + i * bpl;
@@ -117,7 +190,11 @@ void ditherRows(uint8_t *base, uint32_t w, uint32_t h, int16_t dst_depth, const 
             if (i == 0) rev_rgb(w, pLine1, 3);
             if (pLine2 != nullptr) rev_rgb(w, pLine2, 3);
         }
-        ditherLine(pLine1, pLine2, table, w, nearest);
+        if (oneChannel) {
+            ditherGreyLine(pLine1, pLine2, table, w, nearestOfGrey);
+        } else {
+            ditherLine(pLine1, pLine2, table, w, nearest);
+        }
         if (printsRows()) std::printf(i + 1 < h ? "." : ".\n");
     }
 }
@@ -169,6 +246,38 @@ bool chooseTable(ZHANDLE copy, uint32_t w, uint32_t h, int16_t dst_depth, ZHANDL
 
 bool validDitherDepth(int16_t dst_depth) { return dst_depth >= 1 && dst_depth <= 8; }
 
+// One-bit output onto a table of greys, with the conversion fused into the
+// diffusion: the conversion would find each pixel's index again as the
+// nearest entry to its (table) colour and keep that index's lowest bit, so
+// the bit of every index is worked out once and written as the row is
+// diffused. The bytes are those of diffusing and then converting.
+ZHANDLE ditherGreysToOneBit(ZHANDLE copy, uint32_t w, uint32_t h, const VCD *table, uint16_t n) {
+    const uint64_t size = bitmapSize64(w, h, 1);
+    Owned result(size <= UINT32_MAX ? allocBytes(size) : 0);
+    Locked out(result.get()), pixels(copy);
+    if (!out) return 0;
+    if (!pixels) return result.release();  // as the conversion of an unreadable copy: all zero
+    NearestFinder finder(table, n);
+    std::array<int32_t, 256> nearestOfGrey{};
+    for (int v = 0; v < 256; ++v) {
+        auto g = static_cast<uint8_t>(v);
+        nearestOfGrey[v] = finder.find(g, g, g);
+    }
+    std::vector<uint8_t> bitOfIndex(n);
+    for (uint16_t k = 0; k < n; ++k)
+        bitOfIndex[k] = static_cast<uint8_t>(finder.find(table[k].red, table[k].green, table[k].blue) & 1);
+    const uint64_t bpl = bytesPerLine64(w, 24), outBpl = bytesPerLine64(w, 1);
+    uint8_t *base = pixels.data();
+    for (uint32_t i = 0; i < h; ++i) {
+        uint8_t *pLine1 = base + i * bpl;
+        uint8_t *pLine2 = i + 1 < h ? pLine1 + bpl : nullptr;
+        if (i == 0) rev_rgb(w, pLine1, 3);
+        if (pLine2 != nullptr) rev_rgb(w, pLine2, 3);
+        ditherGreyLine(pLine1, pLine2, table, w, nearestOfGrey, out.data() + i * outBpl, bitOfIndex.data());
+    }
+    return result.release();
+}
+
 // Dithers the working copy onto the table and converts it to the output
 // depth; 0 when the table cannot be read or the result cannot be had.
 ZHANDLE ditherAndConvert(ZHANDLE copy, uint32_t w, uint32_t h, int16_t dst_depth, ZHANDLE table, uint16_t n) {
@@ -178,6 +287,8 @@ ZHANDLE ditherAndConvert(ZHANDLE copy, uint32_t w, uint32_t h, int16_t dst_depth
         // Entries past the end of the table's block read black.
         TableCopy entries(t.data(), t.size(), std::max<size_t>(n, 1));
         printTable(entries.data(), n);
+        if (dst_depth == 1 && n >= 1 && greyTable(entries.data(), n) && _debug_color_res == 0)
+            return ditherGreysToOneBit(copy, w, h, entries.data(), n);
         Locked pixels(copy);
         if (pixels) ditherRows(pixels.data(), w, h, dst_depth, entries.data(), n);
     }
@@ -217,11 +328,14 @@ ZHANDLE rlDitherBitmap(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth,
 void rlDitherGetCT(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth, int16_t dst_depth,
                    ZHANDLE Hsrcrgb, ZHANDLE *Hpnew_rgb, uint16_t *ctSize) try {
     if (Hpnew_rgb == nullptr || ctSize == nullptr || !validDitherDepth(dst_depth)) return;
-    Owned copy(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
-    if (copy.get() == 0) return;
-    // A given table is heeded only for one-bit output.
+    // A given table is heeded only for one-bit output. Only a table derived
+    // from the picture needs the 24-bit working copy; the one-bit tables do
+    // not look at the pixels, so no copy of a whole page is made for them.
+    const bool derive = (1u << dst_depth) > 2;
+    Owned copy(derive ? rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0) : 0);
+    if (derive && copy.get() == 0) return;
     Choice choice;
-    if (!chooseTable(copy.get(), w, h, dst_depth, *Hpnew_rgb, (1u << dst_depth) > 2, choice)) return;
+    if (!chooseTable(copy.get(), w, h, dst_depth, *Hpnew_rgb, derive, choice)) return;
     if (choice.made) {
         Locked t(choice.table);
         printTable(t.as<VCD>(), choice.n);

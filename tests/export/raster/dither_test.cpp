@@ -334,6 +334,51 @@ TEST_F(Dither, WholePicturesMatchThePlainModelForEveryDepth) {
             }
 }
 
+TEST_F(Dither, OneBitDitherOfGreyedRowsMatchesThePlainModelOnManyPictures) {
+    // One-bit output onto tables of greys is diffused in one channel; it must
+    // give the bytes of the plain three-channel diffusion. Tables: the mono
+    // greys, given greys (duplicates among them), and a coloured table, which
+    // keeps all three channels.
+    std::mt19937 rng(77);
+    for (int round = 0; round < 300; ++round) {
+        useThreshold(round % 3 == 0 ? static_cast<uint32_t>(rng() % 101) : 0);
+        const uint32_t w = 1 + rng() % 97, h = 1 + rng() % 31;
+        const int sd = round % 5 == 0 ? 8 : 24;
+        Bytes src = randomBitmap(rng, w, h, sd);
+        std::vector<VCD> st = randomTable(rng, 256);
+        std::vector<VCD> table;
+        switch (round % 4) {
+        case 0:
+            table.assign(MonoTable, MonoTable + 8);
+            break;
+        case 1: {
+            auto a = static_cast<uint8_t>(rng()), b = static_cast<uint8_t>(rng());
+            table = {{a, a, a}, {b, b, b}};
+            break;
+        }
+        case 2: {
+            auto a = static_cast<uint8_t>(rng());
+            table = {{a, a, a}, {a, a, a}};
+            break;
+        }
+        default:
+            table = randomTable(rng, 2);
+            break;
+        }
+        Handles keep;
+        ZHANDLE hs = keep.add(toHandle(src));
+        ZHANDLE ht = sd == 8 ? keep.add(toHandle(st)) : 0;
+        ZHANDLE tt = keep.add(toHandle(table));
+        ZHANDLE out = keep.add(rlDitherGivenCT(hs, w, h, static_cast<int16_t>(sd), 1, ht, tt,
+                                               static_cast<uint16_t>(table.size())));
+        ASSERT_NE(out, 0u);
+        const uint32_t threshold = lpRaster != nullptr ? lpRaster->GreyThreshold : 0;
+        ASSERT_EQ(fromHandle(out), plainDither(src, w, h, sd, 1, sd == 8 ? &st : nullptr, table, table.size(), threshold))
+            << "round " << round << ": " << w << "x" << h;
+        lpRaster = nullptr;
+    }
+}
+
 TEST_F(Dither, TheTableAndProgressArePrintedWhenDebugging) {
     Handles keep;
     ZHANDLE hs = keep.add(toHandle(uniform24(2, 2, VCD{255, 255, 255})));
