@@ -6,7 +6,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-cmake -S . -B out/release -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S . -B out/release -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ >/dev/null
 cmake --build out/release -j "$(nproc)" --target mivo4 mivo42 >/dev/null
 if [ $# -gt 0 ]; then exec out/release/mivo4 "$@"; fi
 mkdir -p out
