@@ -8,10 +8,11 @@
 #include <mivo4/setup.h>
 #include <mivo4/stream.h>
 
+#include "export/mivo4/gp4/gp4out.h"
+
 namespace {
 
 constexpr int32_t kNoSetup = 22, kNothingToDraw = 300, kNoOutput = 303;
-constexpr uint32_t kCreateForWriting = ZEP_OPEN_CREATE | ZEP_OPEN_WRITE;
 
 }  // namespace
 
@@ -29,44 +30,17 @@ int32_t ExportCellData(const char *pszFilename, ZEPRaster *r, const zepRasterInf
     // Each export is a new picture: the coder's band state starts as a fresh
     // setup has it, so that a setup used for many exports gives that many
     // complete files.
-    s->gp4_FGC = 0;
-    s->gp4_BitOffset = 0;
-    s->gp4_stateInfoSaved = 0;
-    GlobalFree(s->gp4_refLine);
-    s->gp4_refLine = 0;
+    mivo4::gp4::ClearBandState(*s);
 
-    HZEPIO out = 0;
-    ZHANDLE memoryBlock = 0;
+    // A memory block is handed to the host in the export options; without them
+    // there is nowhere to hand it.
+    const bool toMemory = s->pIOCBProc == nullptr && (pszFilename == nullptr || pszFilename[0] == '\0');
+    if (toMemory && x == nullptr) return kNoOutput;
     uint8_t *memory = nullptr;  // the stream rewrites it whenever the block grows
-    if (s->pIOCBProc != nullptr) {
-        // The host's stream: its own handle travels in the first field.
-        IOINFO info{};
-        info.lplpBuffer = reinterpret_cast<uint8_t **>(x != nullptr ? x->FileHandle : 0);
-        info.pIOProc = s->pIOCBProc;
-        out = zepOpen(pszFilename, &info, kCreateForWriting);
-    } else if (pszFilename != nullptr && pszFilename[0] != '\0') {
-        out = zepOpen(pszFilename, nullptr, kCreateForWriting);
-    } else {
-        // A memory block handed to the host in the export options; without
-        // them there is nowhere to hand it.
-        if (x == nullptr) return kNoOutput;
-        memoryBlock = GlobalAlloc(GHND, 1);
-        x->hMF = memoryBlock;
-        memory = static_cast<uint8_t *>(GlobalLock(memoryBlock));
-        if (memory == nullptr) return kNoOutput;
-        IOINFO info{};
-        info.lplpBuffer = &memory;
-        info.lBuffer = 0;
-        info.dwExpSize = 4096;
-        out = zepOpen(nullptr, &info, kCreateForWriting);
-        if (out == 0) {
-            GlobalUnlock(memoryBlock);
-            GlobalFree(memoryBlock);
-            x->hMF = 0;
-            return kNoOutput;
-        }
-    }
-    if (out == 0) return kNoOutput;
+    mivo4::gp4::Output opened = mivo4::gp4::OpenOutput(*s, x, pszFilename, &memory);
+    if (toMemory) x->hMF = opened.memoryBlock;  // 0 when it could not be had
+    if (opened.failure != mivo4::gp4::Output::Failure::None || opened.stream == 0) return kNoOutput;
+    const HZEPIO out = opened.stream;
 
     SetDisplayInfo(static_cast<double>(ri->screen_width), static_cast<double>(ri->screen_height),
                    static_cast<int16_t>(ri->dpiscreen), static_cast<int16_t>(ri->dpiscreen));
@@ -82,6 +56,6 @@ int32_t ExportCellData(const char *pszFilename, ZEPRaster *r, const zepRasterInf
     GlobalFree(s->gp4_refLine);
     s->gp4_refLine = 0;
     // The block moves each time it grows: the host gets its final handle.
-    if (memoryBlock != 0) x->hMF = GlobalHandle(memory);
+    if (opened.memoryBlock != 0) x->hMF = GlobalHandle(memory);
     return 0;  // the setup stays the current one, locked
 }

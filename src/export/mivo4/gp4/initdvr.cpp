@@ -7,6 +7,7 @@
 #include <mivo4/util.h>
 
 #include "export/mivo4/gp4/gp4drv_state.h"
+#include "export/mivo4/gp4/gp4out.h"
 #include "zep_xxxx/text.h"
 
 namespace mivo4::gp4 {
@@ -40,12 +41,9 @@ int32_t initdvr(VInitDriver *InitDvr) {
     Gp4_SetupData *s = lpRaster;
     if (s == nullptr) return kNoSetup;
 
-    // A new picture: the coder's band state starts afresh. The reference row is
-    // replaced by the first band; a block left from an earlier picture is freed.
-    s->gp4_FGC = 0;
-    s->gp4_BitOffset = 0;
-    s->gp4_stateInfoSaved = 0;
-    GlobalFree(s->gp4_refLine);
+    // A new picture: the coder's band state starts afresh, with a 1-byte
+    // reference block that the first band replaces.
+    mivo4::gp4::ClearBandState(*s);
     s->gp4_refLine = GlobalAlloc(GHND, 1);
     if (s->gp4_refLine == 0) return kNoSetup;
 
@@ -59,30 +57,12 @@ int32_t initdvr(VInitDriver *InitDvr) {
 
     mivo4::copyText(reinterpret_cast<char *>(s->FileName), sizeof s->FileName, InitDvr->connect);
     const char *name = reinterpret_cast<const char *>(s->FileName);
-    if (s->pIOCBProc != nullptr) {
-        // The host's stream: its own handle travels in the first field.
-        IOINFO info{};
-        info.lplpBuffer = reinterpret_cast<uint8_t **>(s->lpExport != nullptr ? s->lpExport->FileHandle : 0);
-        info.pIOProc = s->pIOCBProc;
-        s->FileHandle = zepOpen(name, &info, ZEP_OPEN_CREATE | ZEP_OPEN_WRITE);
-    } else if (name[0] != '\0') {
-        s->FileHandle = zepOpen(name, nullptr, ZEP_OPEN_CREATE | ZEP_OPEN_WRITE);
-        if (s->FileHandle == 0) return kNoOutput;
-    } else {
-        ZHANDLE block = GlobalAlloc(GHND, 1);
-        if (block == 0) return kNoMemoryBlock;
-        d.memoryOutput = static_cast<uint8_t *>(GlobalLock(block));
-        IOINFO info{};
-        info.lplpBuffer = &d.memoryOutput;
-        info.lBuffer = 0;
-        info.dwExpSize = 4096;
-        s->FileHandle = zepOpen(nullptr, &info, ZEP_OPEN_CREATE | ZEP_OPEN_WRITE);
-        if (s->FileHandle == 0) {
-            GlobalFree(block);
-            d.memoryOutput = nullptr;
-            return kNoOutput;
-        }
-    }
+    using Failure = mivo4::gp4::Output::Failure;
+    mivo4::gp4::Output out = mivo4::gp4::OpenOutput(*s, s->lpExport, name, &d.memoryOutput);
+    // A refused callback open is not checked.
+    if (out.failure == Failure::NoMemoryBlock) return kNoMemoryBlock;
+    if (out.failure == Failure::NotOpened) return kNoOutput;
+    s->FileHandle = out.stream;
 
     if (InitDvr->connect != nullptr) InitDvr->connect[0] = '\0';
     if (s->lpExport != nullptr) s->hDC = s->lpExport->hDC;
