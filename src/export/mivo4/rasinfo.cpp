@@ -7,16 +7,13 @@
 
 #include <mivo4/sink.h>
 
+#include "zep_xxxx/truncate.h"
+
 namespace mivo4 {
 
 namespace {
 
-// Truncation toward zero, saturating instead of overflowing.
-int32_t truncate(double v) {
-    if (!(v > -2147483648.0)) return v != v ? 0 : INT32_MIN;
-    if (v >= 2147483647.0) return INT32_MAX;
-    return static_cast<int32_t>(v);
-}
+int32_t truncate(double v) { return TruncateToInt32(v); }
 
 int32_t pixels(double v) { return truncate(std::ceil(v)); }
 

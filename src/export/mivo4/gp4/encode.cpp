@@ -403,6 +403,21 @@ void IncreaseOutBuf(ZHANDLE *hOutBuf, uint8_t **lpOutBuf, uint32_t *nOutSize) {
     push_er(RASTER_ERR_MEMORY);
 }
 
+namespace {
+
+// Gives the band state a new reference block of one row. The block the driver
+// open left (or a stale or short one) is freed rather than lost; false, with
+// nothing changed, when the new block cannot be had.
+bool FreshReference(Gp4_SetupData &setup, uint32_t BytesPerRow) {
+    ZHANDLE h = GlobalAlloc(GHND, BytesPerRow);
+    if (h == 0) return false;
+    GlobalFree(setup.gp4_refLine);
+    setup.gp4_refLine = h;
+    return true;
+}
+
+}  // namespace
+
 uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t ScanLines,
                 uint32_t BytesPerRow) {
     Gp4_SetupData *setup = lpRaster;
@@ -419,16 +434,9 @@ uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t
     uint32_t OutBitPos = setup->gp4_BitOffset % 8;
 
     // 2. The first band of a picture takes a reference block of its row size.
-    if (setup->gp4_stateInfoSaved == 0) {
-        ZHANDLE h = GlobalAlloc(GHND, BytesPerRow);
-        if (h == 0) {
-            GlobalUnlock(*hOutBuf);
-            return 0;
-        }
-        // The block the driver open left here (or a stale one) is replaced:
-        // free it rather than lose it.
-        GlobalFree(setup->gp4_refLine);
-        setup->gp4_refLine = h;
+    if (setup->gp4_stateInfoSaved == 0 && !FreshReference(*setup, BytesPerRow)) {
+        GlobalUnlock(*hOutBuf);
+        return 0;
     }
 
     // 3. The reference row, and the partly filled byte of the last band.
@@ -441,14 +449,11 @@ uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t
             // The saved row is gone (the driver close frees it) or shorter than
             // these rows: reading it would leave its block. Start the band on a
             // fresh block against an all-white line, as the first band would.
-            ZHANDLE h = GlobalAlloc(GHND, BytesPerRow);
-            if (h == 0) {
+            if (!FreshReference(*setup, BytesPerRow)) {
                 GlobalUnlock(*hOutBuf);
                 return 0;
             }
-            GlobalFree(setup->gp4_refLine);
-            setup->gp4_refLine = h;
-            lpGP4RefLine = Lock(h);
+            lpGP4RefLine = Lock(setup->gp4_refLine);
         }
         if (OutBitPos != 0) {
             if (nOutSize == 0) IncreaseOutBuf(hOutBuf, &lpOutBuf, &nOutSize);

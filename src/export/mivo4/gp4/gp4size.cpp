@@ -4,14 +4,11 @@
 
 #include <cstdint>
 
+#include "zep_xxxx/truncate.h"
+
 namespace {
 
-// Truncation toward zero, saturating instead of overflowing.
-double truncated(double v) {
-    if (!(v > -2147483648.0)) return v != v ? 0.0 : -2147483648.0;
-    if (v >= 2147483647.0) return 2147483647.0;
-    return static_cast<double>(static_cast<int32_t>(v));
-}
+double truncated(double v) { return mivo4::TruncateToInt32(v); }
 
 }  // namespace
 
