@@ -53,4 +53,15 @@ MIVO4_API void GetRasterInfo(uint32_t hSetup, const zepRasterInfoInput *rin, _ou
  * setup's output box; NewSize receives width and height in inches. */
 MIVO4_API void AdjustAspect(double *NewSize, int32_t lWidth, int32_t lHeight);
 
+/* How the last export on this module ended. ExportCellData's own answer does
+ * not carry what happened while the picture was rendered and coded, so a host
+ * asks here before it keeps an output. Values of GetLastExportStatus: */
+#define MIVO4_EXPORT_NONE 0          /* no export has run in this process */
+#define MIVO4_EXPORT_COMPLETE 1      /* the whole picture was written and closed */
+#define MIVO4_EXPORT_STOPPED 2       /* the host's status callback asked to stop */
+#define MIVO4_EXPORT_WRITE_FAILED 3  /* opening, writing or closing the output failed */
+#define MIVO4_EXPORT_NO_MEMORY 4     /* memory ran out; the output is incomplete */
+#define MIVO4_EXPORT_NOTHING 5       /* nothing to write (no picture, or one the format cannot hold) */
+MIVO4_API int32_t GetLastExportStatus(void);
+
 #endif /* MIVO4_EXPORT_H */
