@@ -21,6 +21,48 @@
 /* Size of an element's header; parameters follow it. */
 #define DVR_ELEMENT_HEADER 16
 
+/*
+ * Byte offsets of the parameters of elements, as a host places them in the
+ * element buffer (little-endian, IEEE doubles; a "long" is 32 bits; a point is
+ * three doubles, or two doubles and a 16-bit flag, padded to 24 bytes).
+ * Header: item (function code) at 0, length at 4, state handle at 8, 4 free.
+ */
+#define DVR_WINDOW 16          /* 518, 520, 767: six doubles, x y z of two corners */
+#define DVR_BGC 16             /* 519: red, green, blue bytes */
+#define DVR_VPSM_MODE 16       /* 521: 16-bit mode (1 metric) */
+#define DVR_VPSM_FACTOR 24     /* 521: double, millimetres per unit */
+#define DVR_CT_START 16        /* 1314: 32-bit start index; the length field is 3n + 2 */
+#define DVR_CT_ENTRIES 20      /* 1314: n red, green, blue triples */
+#define DVR_CA_P 16            /* 1033: the points P, Q, R: x, y (double), 16-bit flag */
+#define DVR_CA_Q 40
+#define DVR_CA_R 64
+#define DVR_CA_SIZE_X 88       /* 1033: cells per row */
+#define DVR_CA_SIZE_Y 92       /* 1033: rows */
+#define DVR_CA_PRECISION 96    /* 1033: bits per cell; negative: the cells are elsewhere */
+#define DVR_CA_MODE 100        /* 1033: 16-bit mode */
+#define DVR_CA_CELLS 102       /* 1033: the cells, or (negative precision) their address,
+                                  pointer-sized; rows padded to 4 bytes */
+#define DVR_GDP_FUNCTION 16    /* 1034: primitive identifier (-5 begin image, -6 end image) */
+#define DVR_GDP_NUMPTS 20      /* 1034: number of points */
+#define DVR_GDP_POINTS 24      /* 1034: the points, 24 bytes each; then the data length
+                                  (32-bit) and the data record */
+#define DVR_GDP_POINT_SIZE 24
+#define DVR_GDP_BEGIN_IMAGE (-5)
+#define DVR_GDP_END_IMAGE (-6)
+/* Precision -32768 stands for one bit per cell. */
+#define DVR_PRECISION_ONE_BIT (-32768)
+
+/* The data record of the begin-image primitive. */
+typedef struct Vgdp_BeginCellArrayData {
+    int32_t nx;         /* columns */
+    int32_t ny;         /* rows */
+    int32_t precision;  /* bits per pixel */
+    int32_t colr_mode;
+    int32_t comp_mode;
+    int32_t draw_mode;
+    int32_t tran_mode;
+} Vgdp_BeginCellArrayData;
+
 /* One error report: the function code of the element in hand and the code. */
 typedef struct VErrorReport {
     int32_t item;
@@ -189,6 +231,18 @@ MIVO4_API int32_t InquireSupport(int32_t opcode, int32_t arg);
  * primitive identifier (0 to 7). */
 MIVO4_API uint32_t GDPSupport[8];
 MIVO4_API int32_t InqGDPSupport(int32_t GDPID);
+
+/* Restores the per-picture attributes of a freshly initialised driver
+ * (called with 0 and 4 when a picture begins). */
+MIVO4_API void d_reset(int32_t a, int32_t b);
+
+/* Brings a cell bitmap (hBuffer, src_width x src_height pixels of src_depth
+ * bits, rows padded to 4 bytes; src_colorformat 0 indexed, 1 RGB, 2 CMYK,
+ * 3 RGB with alpha) to the output size and depth of the current setup and
+ * writes it through the cell bitmap sink to the device's stream. DPI is the
+ * driver's units per inch (0: sizes in pixels). hBuffer stays the caller's. */
+MIVO4_API void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_height,
+                                   int32_t DPI, int16_t src_depth, int16_t src_colorformat);
 
 /* Element handlers. */
 MIVO4_API void *d_opdv(void *data);   /* 1: open the device */

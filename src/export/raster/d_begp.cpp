@@ -1,4 +1,5 @@
-// Begin picture (function code 3).
+// Begin picture (function code 3): every picture starts from the attributes
+// of a freshly initialised driver.
 #include <mivo4/raster.h>
 
 #include "export/raster/element.h"
@@ -7,6 +8,6 @@ void *d_begp(void *data) {
     MoRastData *s = mivo4::driver::State();
     if (s == nullptr) return data;
     s->dvrstate = DVR_PICTURE_BEGUN;
-    // TODO: restore the per-picture attributes to their defaults (d_reset).
+    d_reset(0, 4);
     return data;
 }

@@ -76,6 +76,12 @@ int32_t RASTER_initdvr(VInitDriver *InitDvr) {
     if (lpSetup == nullptr) return fail();
     s->hSetup = InitDvr->setup;
     takeColorMode(*s, *lpSetup);
+    // The setup of the driver is the one the sink and the coder read: it
+    // becomes the module's current setup, with the host's export options of
+    // this session (an earlier export's options may no longer exist).
+    hRaster = InitDvr->setup;
+    lpRaster = lpSetup;
+    lpSetup->lpExport = InitDvr->export_;
 
     // Start the host's progress display (0 to 100).
     s->lpExport = InitDvr->export_;

@@ -9,6 +9,10 @@ int32_t RASTER_termdvr(void) {
     MoRastData *s = mivo4::driver::State();
     if (s == nullptr) return 0;  // never initialised, or already terminated
     if (s->dvrstate != DVR_INITIALISED) d_cldv(nullptr);
+    // An image still open owns its bitmap.
+    if (s->bInCellArray != 0) GlobalFree(s->hBuffer);
+    s->hBuffer = 0;
+    s->bInCellArray = 0;
     if (s->hDvrBuf != 0) {
         GlobalUnlock(s->hDvrBuf);
         GlobalFree(s->hDvrBuf);

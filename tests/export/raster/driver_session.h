@@ -8,6 +8,7 @@
 #include <mivo4/raster.h>
 #include <mivo4/setup.h>
 
+#include "export/mivo4/tempdir.h"
 #include "zep_xxxx/memdebug.h"
 
 #include <array>
@@ -39,9 +40,11 @@ inline int32_t recordStatus(intptr_t hostData, int32_t op, int32_t item, intptr_
 
 constexpr uint32_t kUntouched = 0xA5A5A5A5u;
 
-class DriverSession : public ::testing::Test {
+// Runs in a fresh current directory, where the device's file lands.
+class DriverSession : public InTempDir {
 protected:
     void SetUp() override {
+        InTempDir::SetUp();
         ASSERT_EQ(lpEMData, nullptr) << "an earlier test left a driver running";
         ASSERT_EQ(hCommon, 0u);
         statusLog() = StatusLog{};
@@ -66,6 +69,7 @@ protected:
         lpEMData = nullptr;
         GlobalFree(hSetup);
         EXPECT_EQ(mivo4::mem::LiveHandles(), liveAtStart) << "the session leaked blocks";
+        InTempDir::TearDown();
     }
 
     MoRastData *state() const { return static_cast<MoRastData *>(lpEMData); }
