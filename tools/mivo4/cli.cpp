@@ -15,6 +15,7 @@
 #include "image.h"
 #include "module.h"
 #include "outfile.h"
+#include "replay.h"
 
 namespace mivo4::host {
 
@@ -40,6 +41,12 @@ const char kUsage[] =
     "  --progress                             a progress bar on standard error\n"
     "  --profile FILE --mode NAME             start from a mode of a setup profile\n"
     "  --verify                               decode the whole result with libtiff before keeping it\n"
+    "  --via bitmap|gdp                       hand the picture over as a bitmap (ExportCellData, default)\n"
+    "                                         or as an image of cell arrays sent to the raster driver\n"
+    "  --rows-per-element N                   rows of one cell array on the driver path (default 64)\n"
+    "  --trace FILE.ddt                       record every element sent to the driver (with --via gdp)\n"
+    "\n"
+    "  mivo4 replay [export options] TRACE.ddt OUTPUT   send a recorded driver session again\n"
     "OUTPUT may be - for standard output. The module is $MIVO4_MODULE, else mivo42.flt beside mivo4.\n";
 
 // A usage error: message and exit code 2.
@@ -93,10 +100,10 @@ int moduleInfo(const Module &module) {
 
 // ---------------------------------------------------------------- export
 
-int exportCommand(const std::string &modulePath, std::vector<std::string> args) {
-    ExportSettings s;
-    bool demo = false;
-    std::vector<std::string> files;
+// The export options, shared by export and replay; the other arguments are
+// collected in files.
+void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s, bool &demo,
+                        std::vector<std::string> &files) {
     auto value = [&](size_t &i) -> std::string {
         if (i + 1 >= args.size()) throw UsageError{args[i] + " needs a value"};
         return args[++i];
@@ -150,6 +157,17 @@ int exportCommand(const std::string &modulePath, std::vector<std::string> args) 
             s.modeName = value(i);
         } else if (a == "--demo") {
             demo = true;
+        } else if (a == "--via") {
+            std::string v = value(i);
+            if (v == "bitmap") s.via = Via::Bitmap;
+            else if (v == "gdp") s.via = Via::Gdp;
+            else throw UsageError{"--via must be bitmap or gdp, not \"" + v + "\""};
+        } else if (a == "--rows-per-element") {
+            std::string v = value(i);
+            if (!parseInt(v, 1, 65535, s.rowsPerElement))
+                throw UsageError{"--rows-per-element needs a whole number from 1 to 65535, not \"" + v + "\""};
+        } else if (a == "--trace") {
+            s.tracePath = value(i);
         } else if (a.size() > 1 && a[0] == '-' && a != "-") {
             throw UsageError{"unknown export option " + a};
         } else {
@@ -158,6 +176,14 @@ int exportCommand(const std::string &modulePath, std::vector<std::string> args) 
     }
     if (!s.modeName.empty() && s.profile.empty()) throw UsageError{"--mode needs --profile"};
     if (!s.profile.empty() && s.modeName.empty()) throw UsageError{"--profile needs --mode"};
+}
+
+int exportCommand(const std::string &modulePath, const std::vector<std::string> &args) {
+    ExportSettings s;
+    bool demo = false;
+    std::vector<std::string> files;
+    parseExportOptions(args, s, demo, files);
+    if (!s.tracePath.empty() && s.via != Via::Gdp) throw UsageError{"--trace records the driver path: add --via gdp"};
     if (demo ? files.size() != 1 : files.size() != 2)
         throw UsageError{demo ? "export --demo needs exactly one OUTPUT" : "export needs INPUT and OUTPUT"};
     const std::string output = files.back();
@@ -301,6 +327,15 @@ int runCli(int argc, char **argv) {
             return decodeCommand(args[0], args[1]);
         }
         if (command == "export") return exportCommand(modulePath, args);
+        if (command == "replay") {
+            ExportSettings s;
+            bool demo = false;
+            std::vector<std::string> files;
+            parseExportOptions(args, s, demo, files);
+            if (demo || files.size() != 2 || s.via != Via::Bitmap || !s.tracePath.empty())
+                throw UsageError{"replay takes export options, a TRACE.ddt and an OUTPUT"};
+            return replayCommand(modulePath, s, files[0], files[1]);
+        }
         if (command == "help") {
             std::fputs(kUsage, stdout);
             return 0;

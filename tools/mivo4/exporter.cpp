@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "gdp_export.h"
 #include "gp4file.h"
 
 namespace mivo4::host {
@@ -274,12 +275,9 @@ size_t memoryOutputLength(const uint8_t *data, size_t size) {
     return n - 1;
 }
 
-ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
-                         const ExportSettings &settings, AtomicOutput &out) {
+ExportReport runExport(const Module &module, const ExportSettings &settings, AtomicOutput &out,
+                       const ModuleSender &send, bool checkPicture) {
     const ModuleApi &api = module.api();
-    if (api.exportCellData == nullptr)
-        throw ExportError(module.path() + ": this module has no bitmap export (its ExportCellData entry is empty)");
-
     Setup setup(api, settings);
     std::string profilePath;
     bool loaded = setup.profileLoaded(profilePath);
@@ -294,33 +292,6 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
             throw ExportError("the module refused the output callback");
     }
 
-    // The picture as the module's bitmap record.
-    ZEPRaster r{};
-    r.depth = static_cast<uint16_t>(image.depth);
-    r.cx = static_cast<uint16_t>(image.width);
-    r.cy = static_cast<uint16_t>(image.height);
-    r.hBuffer = memory.handleOf(image.pixels);
-    if (r.hBuffer == 0) throw ExportError("internal error: the picture is not in the module's memory");
-    if (!image.palette.empty()) {
-        auto *table = memory.allocate(image.palette.size() * 3);
-        if (table == nullptr) throw ExportError("not enough memory for the colour table");
-        for (size_t i = 0; i < image.palette.size(); ++i) {
-            table[3 * i] = image.palette[i].red;
-            table[3 * i + 1] = image.palette[i].green;
-            table[3 * i + 2] = image.palette[i].blue;
-        }
-        r.hColorTable = memory.handleOf(table);
-    }
-    const int srcdpi = settings.sourceDpi.value_or(image.dpi);
-    zepRasterInfoInput ri{};
-    ri.dpiscreen = settings.screenDpi;
-    ri.dpiprinter = 0;  // no printer on this host
-    ri.dpipicture = srcdpi;
-    ri.picture_width = static_cast<int32_t>(image.width);
-    ri.picture_height = static_cast<int32_t>(image.height);
-    ri.screen_width = settings.screenWidth;
-    ri.screen_height = settings.screenHeight;
-
     ProgressState progress{settings.progress, -1};
     HostStream hostStream{out.stream(), false};
     EXPORT_OPTIONS x{};
@@ -328,10 +299,6 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
     x.GetSet_Status = statusCallback;
     x.hDialog = reinterpret_cast<intptr_t>(&progress);
     x.FileHandle = reinterpret_cast<intptr_t>(&hostStream);
-    IMPORT_OPTIONS imp{};
-    imp.Version = 1;
-    imp.hOutputData = setup.handle();
-    imp.lpExport = &x;
 
     std::string name;
     if (settings.mode == OutputMode::File) {
@@ -350,7 +317,14 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
     sigaction(SIGINT, &action, &previous);
     // A shell that started us with Ctrl-C ignored (a background job) keeps it so.
     if (previous.sa_handler == SIG_IGN) sigaction(SIGINT, &previous, nullptr);
-    int32_t rc = api.exportCellData(name.c_str(), &r, &ri, &imp);
+    int32_t rc = 0;
+    try {
+        rc = send(setup.handle(), name, x);
+    } catch (...) {
+        sigaction(SIGINT, &previous, nullptr);
+        pendingTemp[0] = '\0';
+        throw;
+    }
     sigaction(SIGINT, &previous, nullptr);
     pendingTemp[0] = '\0';
     if (progress.show && progress.shown >= 0) std::fputc('\n', stderr);
@@ -369,8 +343,10 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
 
     if (interruptRequested) throw ExportError("stopped by the user", 130);
     if (rc != 0)
-        throw ExportError(rc == 303 ? "the module could not open its output for " + out.destination()
-                                    : "the module's export failed with code " + std::to_string(rc));
+        throw ExportError(rc == 303   ? "the module could not open or close its output for " + out.destination()
+                          : rc == 300 ? "the module ran out of memory (code 300)"
+                          : rc == 901 ? "the export was stopped (code 901)"
+                                      : "the module's export failed with code " + std::to_string(rc));
     if (settings.mode == OutputMode::Memory) {
         if (block.h == 0) throw ExportError("the module handed back no memory block");
         auto *data = static_cast<const uint8_t *>(api.globalLock(block.h));
@@ -386,8 +362,55 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
     if (!out.closeStream()) throw ExportError(out.error());
 
     ExportReport report;
-    checkWritten(out, settings, report);
+    if (checkPicture) checkWritten(out, settings, report);
     return report;
+}
+
+ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
+                         const ExportSettings &settings, AtomicOutput &out) {
+    const int srcdpi = settings.sourceDpi.value_or(image.dpi);
+    if (settings.via == Via::Gdp) {
+        return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {
+            return sendThroughDriver(module, image, srcdpi, settings, setup, name, x);
+        });
+    }
+    const ModuleApi &api = module.api();
+    if (api.exportCellData == nullptr)
+        throw ExportError(module.path() + ": this module has no bitmap export (its ExportCellData entry is empty)");
+
+    // The picture as the module's bitmap record.
+    ZEPRaster r{};
+    r.depth = static_cast<uint16_t>(image.depth);
+    r.cx = static_cast<uint16_t>(image.width);
+    r.cy = static_cast<uint16_t>(image.height);
+    r.hBuffer = memory.handleOf(image.pixels);
+    if (r.hBuffer == 0) throw ExportError("internal error: the picture is not in the module's memory");
+    if (!image.palette.empty()) {
+        auto *table = memory.allocate(image.palette.size() * 3);
+        if (table == nullptr) throw ExportError("not enough memory for the colour table");
+        for (size_t i = 0; i < image.palette.size(); ++i) {
+            table[3 * i] = image.palette[i].red;
+            table[3 * i + 1] = image.palette[i].green;
+            table[3 * i + 2] = image.palette[i].blue;
+        }
+        r.hColorTable = memory.handleOf(table);
+    }
+    zepRasterInfoInput ri{};
+    ri.dpiscreen = settings.screenDpi;
+    ri.dpiprinter = 0;  // no printer on this host
+    ri.dpipicture = srcdpi;
+    ri.picture_width = static_cast<int32_t>(image.width);
+    ri.picture_height = static_cast<int32_t>(image.height);
+    ri.screen_width = settings.screenWidth;
+    ri.screen_height = settings.screenHeight;
+
+    return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {
+        IMPORT_OPTIONS imp{};
+        imp.Version = 1;
+        imp.hOutputData = setup;
+        imp.lpExport = &x;
+        return api.exportCellData(name.c_str(), &r, &ri, &imp);
+    });
 }
 
 }  // namespace mivo4::host

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -16,6 +17,9 @@
 namespace mivo4::host {
 
 enum class OutputMode { File, Memory, Callback };
+// How the picture reaches the module: as a bitmap (ExportCellData) or as
+// drawing elements sent to its raster driver (an image bracket of cell arrays).
+enum class Via { Bitmap, Gdp };
 
 struct ExportSettings {
     std::optional<int> sizeMode;  // escape 19's value: 0 screen, 1 printer, 2 user, 3 picture
@@ -27,6 +31,9 @@ struct ExportSettings {
     bool progress = false;
     bool verify = false;  // decode the whole result before it is put in place
     std::string profile, modeName;
+    Via via = Via::Bitmap;
+    int rowsPerElement = 64;  // rows of one cell array on the driver path
+    std::string tracePath;    // record the elements sent to the driver here
 };
 
 // A failed export; exitCode 2 for options the module refused, else 1.
@@ -64,6 +71,18 @@ struct ExportReport {
 // open; commits nothing: the caller commits or abandons. Throws ExportError.
 ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
                          const ExportSettings &settings, AtomicOutput &out);
+
+// The module's side of one export: with the setup made from the settings,
+// the name the module writes to ("" for the memory way) and the export
+// options, hand the picture over; answers the module's result (0 done).
+using ModuleSender = std::function<int32_t(ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &options)>;
+
+// One export into out through `send`: makes the setup from the settings,
+// runs the sender under the host's progress display and Ctrl-C handling,
+// collects the output of every way into out and checks it (a whole GP4
+// picture unless checkPicture is false). Throws ExportError.
+ExportReport runExport(const Module &module, const ExportSettings &settings, AtomicOutput &out,
+                       const ModuleSender &send, bool checkPicture = true);
 
 // The length of the file in a memory-way block: the block holds the data,
 // one 0xFF end byte and zero fill, so zeros are stripped from the end, then
