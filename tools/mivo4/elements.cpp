@@ -68,7 +68,7 @@ Element cellArray(double x1, double y1, double x2, double y2, int32_t sizeX, int
     put(e, DVR_CA_SIZE_X, sizeX);
     put(e, DVR_CA_SIZE_Y, sizeY);
     put(e, DVR_CA_PRECISION, precision);
-    if (cellBytes != 0) std::memcpy(e.data() + DVR_CA_CELLS, cells, cellBytes);
+    if (cellBytes != 0 && cells != nullptr) std::memcpy(e.data() + DVR_CA_CELLS, cells, cellBytes);
     return e;
 }
 

@@ -47,7 +47,8 @@ Element beginImage(int32_t nx, int32_t ny, int32_t precision);
 Element endImage();
 
 // A cell array of sizeX x sizeY cells from P (x1, y1) to Q (x2, y2); rows
-// padded to 4 bytes follow in the element from byte 102.
+// padded to 4 bytes follow in the element from byte 102 (zeros without
+// cells: room for an address when the precision is negative).
 Element cellArray(double x1, double y1, double x2, double y2, int32_t sizeX, int32_t sizeY,
                   int32_t precision, const uint8_t *cells, size_t cellBytes);
 
