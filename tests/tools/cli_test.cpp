@@ -309,3 +309,57 @@ TEST(Cli, UsageErrorsExitTwo) {
     EXPECT_EQ(h.code, 0);
     EXPECT_TRUE(contains(h.out, "--output-mode file|memory|callback")) << h.out;
 }
+
+TEST(Cli, ExportViaTheDriverGivesTheBitmapBytesAndRecordsATraceThatReplays) {
+    ScratchDir dir;
+    writePbm(dir / "a.pbm", 120, 77);
+    Outcome bitmap = runMivo4({"export", "--source-dpi", "200", "--dpi", "200", dir / "a.pbm", dir / "b.cal"}, dir);
+    ASSERT_EQ(bitmap.code, 0) << bitmap.err;
+    Outcome gdp = runMivo4({"export", "--via", "gdp", "--source-dpi", "200", "--dpi", "200", "--rows-per-element", "7",
+                            "--trace", dir / "t.ddt", dir / "a.pbm", dir / "g.cal"}, dir);
+    ASSERT_EQ(gdp.code, 0) << gdp.err;
+    EXPECT_EQ(toolstest::readBytes(dir / "g.cal"), toolstest::readBytes(dir / "b.cal"));
+    Outcome replay = runMivo4({"replay", "--dpi", "200", dir / "t.ddt", dir / "r.cal"}, dir);
+    ASSERT_EQ(replay.code, 0) << replay.err;
+    EXPECT_EQ(toolstest::readBytes(dir / "r.cal"), toolstest::readBytes(dir / "b.cal"));
+    for (const char *mode : {"memory", "callback"}) {
+        Outcome r = runMivo4({"replay", "--dpi", "200", "--output-mode", mode, dir / "t.ddt", dir / "m.cal"}, dir);
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_EQ(toolstest::readBytes(dir / "m.cal"), toolstest::readBytes(dir / "b.cal")) << mode;
+    }
+}
+
+TEST(Cli, ReplayRefusesWhatIsNotATraceInOneLine) {
+    ScratchDir dir;
+    writePbm(dir / "a.pbm", 16, 16);
+    Outcome r = runMivo4({"replay", dir / "a.pbm", dir / "o.cal"}, dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(lines(r.err), 1) << r.err;
+    EXPECT_TRUE(contains(r.err, "not a driver trace")) << r.err;
+    // A record that claims more bytes than the file holds.
+    toolstest::writeBytes(dir / "cut.ddt", "MIVO4DT1", {200, 0, 0, 0, 1, 0, 0, 0});
+    r = runMivo4({"replay", dir / "cut.ddt", dir / "o.cal"}, dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(lines(r.err), 1) << r.err;
+    EXPECT_TRUE(contains(r.err, "more than the")) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(dir / "o.cal")) << "no output for a refused trace";
+}
+
+TEST(Cli, DriverOptionsAreCheckedLikeTheOthers) {
+    ScratchDir dir;
+    writePbm(dir / "a.pbm", 16, 16);
+    EXPECT_EQ(runMivo4({"export", "--via", "metafile", dir / "a.pbm", dir / "o.cal"}, dir).code, 2);
+    EXPECT_EQ(runMivo4({"export", "--rows-per-element", "0", "--via", "gdp", dir / "a.pbm", dir / "o.cal"}, dir).code, 2);
+    Outcome r = runMivo4({"export", "--trace", dir / "t.ddt", dir / "a.pbm", dir / "o.cal"}, dir);
+    EXPECT_EQ(r.code, 2);
+    EXPECT_TRUE(contains(r.err, "--via gdp")) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(dir / "o.cal"));
+}
+
+TEST(Cli, ProgressDrawsOnTheDriverPathToo) {
+    ScratchDir dir;
+    writePbm(dir / "a.pbm", 200, 300);
+    Outcome r = runMivo4({"export", "--via", "gdp", "--progress", dir / "a.pbm", dir / "a.cal"}, dir);
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_TRUE(contains(r.err, "] 100%")) << r.err;
+}
