@@ -1,0 +1,71 @@
+// Feeds arbitrary bytes, read as a driver trace, through a whole driver
+// session: initialise with a setup, every element in order (cells of
+// negative-precision cell arrays from the record after them), terminate.
+// The output goes to a memory block or a file, alternately. Nothing may
+// crash, and no block of the module may be left behind.
+#include <mivo4/export.h>
+#include <mivo4/memory.h>
+#include <mivo4/raster.h>
+#include <mivo4/setup.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "trace.h"
+#include "zep_xxxx/memdebug.h"
+
+namespace {
+
+int32_t keepGoing(intptr_t, int32_t, int32_t, intptr_t, intptr_t, intptr_t, intptr_t) { return 0; }
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    std::vector<mivo4::host::TraceElement> trace;
+    try {
+        trace = mivo4::host::parseTrace(data, size);
+    } catch (const mivo4::host::TraceError &) {
+        return 0;
+    }
+    static const std::string file = "/tmp/mivo4_driver_fuzz_" + std::to_string(getpid()) + ".cal";
+    const uint32_t live = mivo4::mem::LiveHandles();
+    ZHANDLE setup = CreateSetup(0, nullptr, nullptr, nullptr);
+    if (setup == 0) return 0;
+
+    size_t largest = 4096;
+    for (const auto &e : trace) largest = std::max(largest, e.bytes.size());
+    std::vector<char> connect(144, '\0');
+    if (size % 2 == 0) std::strncpy(connect.data(), file.c_str(), connect.size() - 1);
+    EXPORT_OPTIONS options{};
+    options.GetSet_Status = keepGoing;
+    options.hDialog = 1;
+    uint32_t support[64] = {};
+    VInitDriver init{};
+    init.connect = connect.data();
+    init.elbufsz = static_cast<uint32_t>(largest);
+    init.setup = setup;
+    init.export_ = &options;
+    init.InqSupData = support;
+    if (RASTER_dd_entry32(0, DVR_FN_INITIALISE, &init) == 0 && init.elbuf != nullptr) {
+        auto *buffer = static_cast<uint8_t *>(init.elbuf);
+        for (const auto &e : trace) {
+            std::copy(e.bytes.begin(), e.bytes.end(), buffer);
+            if (e.pointerCells && e.bytes.size() >= DVR_CA_CELLS + sizeof(uintptr_t)) {
+                const auto address = reinterpret_cast<uintptr_t>(e.cells.empty() ? nullptr : e.cells.data());
+                std::memcpy(buffer + DVR_CA_CELLS, &address, sizeof address);
+            }
+            RASTER_dd_entry32(0, DVR_FN_ELEMENT, buffer);
+        }
+        RASTER_dd_entry32(0, DVR_FN_TERMINATE, nullptr);
+    }
+    GlobalFree(options.hMF);
+    DestroySetup(setup);
+    unlink(file.c_str());
+    if (mivo4::mem::LiveHandles() != live) std::abort();  // a block of the module was lost
+    return 0;
+}
