@@ -199,6 +199,8 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
     }
     AtomicOutput out;
     if (!out.open(output)) return fail(out.error());
+    // Once the driver holds every row, the picture's own block can go.
+    s.pictureSent = [&] { memory.release(image.pixels); };
     try {
         ExportReport report = exportImage(module, memory, image, s, out);
         if (!out.commit()) return fail(out.error());

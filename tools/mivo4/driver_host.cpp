@@ -38,7 +38,7 @@ int32_t DriverHost::initialise(ZHANDLE setup, EXPORT_OPTIONS *options, const std
     return rc != 0 ? rc : (running_ ? 0 : RASTER_ERR_MEMORY);
 }
 
-int32_t DriverHost::send(const Element &element, const std::vector<uint8_t> *cells) {
+int32_t DriverHost::send(const Element &element, std::span<const uint8_t> cells) {
     if (!running_) return RASTER_ERR_MEMORY;
     if (element.size() > bufferSize_) throw std::runtime_error("an element larger than the element buffer");
     std::copy(element.begin(), element.end(), buffer_);
@@ -48,10 +48,10 @@ int32_t DriverHost::send(const Element &element, const std::vector<uint8_t> *cel
         // and the cells follow as a record of their own.
         if (pointerCells && element.size() >= DVR_CA_CELLS + 8) std::memset(buffer_ + DVR_CA_CELLS, 0, 8);
         trace_->record(buffer_, element.size());
-        if (pointerCells) trace_->record(cells != nullptr ? cells->data() : nullptr, cells != nullptr ? cells->size() : 0);
+        if (pointerCells) trace_->record(cells.data(), cells.size());
     }
     if (pointerCells && element.size() >= DVR_CA_CELLS + sizeof(uintptr_t)) {
-        const auto address = reinterpret_cast<uintptr_t>(cells != nullptr && !cells->empty() ? cells->data() : nullptr);
+        const auto address = reinterpret_cast<uintptr_t>(cells.empty() ? nullptr : cells.data());
         std::memcpy(buffer_ + DVR_CA_CELLS, &address, sizeof address);
     }
     const int32_t rc = entry_(0, DVR_FN_ELEMENT, buffer_);

@@ -7,6 +7,7 @@
 #include <mivo4/raster.h>
 
 #include <array>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,9 +32,10 @@ public:
     int32_t initialise(ZHANDLE setup, EXPORT_OPTIONS *options, const std::string &connect, uint32_t bufferSize);
 
     // Sends one element. `cells`, for a cell array of negative precision, are
-    // the cells its address points at. Answers the element's result (the last
-    // error the driver reported, 0 none); the first non-zero one is kept.
-    int32_t send(const Element &element, const std::vector<uint8_t> *cells = nullptr);
+    // the cells its address points at (none: a null address). Answers the
+    // element's result (the last error the driver reported, 0 none); the
+    // first non-zero one is kept.
+    int32_t send(const Element &element, std::span<const uint8_t> cells = {});
 
     int32_t terminate();
 

@@ -42,6 +42,14 @@ ZHANDLE ModuleMemory::handleOf(const void *pointer) const {
     return 0;
 }
 
+void ModuleMemory::release(const void *pointer) {
+    auto it = std::find_if(blocks_.begin(), blocks_.end(), [&](const auto &b) { return b.second == pointer; });
+    if (it == blocks_.end()) return;
+    api_.globalUnlock(it->first);
+    api_.globalFree(it->first);
+    blocks_.erase(it);
+}
+
 namespace {
 
 // ---------------------------------------------------------------- status

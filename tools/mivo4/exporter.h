@@ -34,6 +34,9 @@ struct ExportSettings {
     Via via = Via::Bitmap;
     int rowsPerElement = 64;  // rows of one cell array on the driver path
     std::string tracePath;    // record the elements sent to the driver here
+    // Called on the driver path once every row has been sent, when the host
+    // no longer needs its picture (the driver holds its own copy).
+    std::function<void()> pictureSent;
 };
 
 // A failed export; exitCode 2 for options the module refused, else 1.
@@ -53,6 +56,8 @@ public:
     uint8_t *allocate(size_t bytes);
     // The handle of a block this object gave out, 0 if none.
     ZHANDLE handleOf(const void *pointer) const;
+    // Frees a block this object gave out before the others.
+    void release(const void *pointer);
     PixelAllocator allocator() {
         return [this](size_t n) { return allocate(n); };
     }

@@ -3,6 +3,7 @@
 #include <mivo4/display.h>
 
 #include <algorithm>
+#include <span>
 
 #include "driver_host.h"
 #include "elements.h"
@@ -45,8 +46,8 @@ int32_t sendThroughDriver(const Module &module, const Image &image, int srcdpi, 
     const int32_t w = static_cast<int32_t>(image.width), h = static_cast<int32_t>(image.height);
     const size_t stride = image.stride();
     const int32_t rowsPer = std::clamp<int32_t>(settings.rowsPerElement, 1, std::max(h, 1));
-    const size_t largest = std::max<size_t>(DVR_CA_CELLS + stride * static_cast<size_t>(rowsPer), 1024);
-    if (largest > UINT32_MAX) throw ExportError("cell arrays of " + std::to_string(rowsPer) + " rows are too large");
+    // The largest element is the colour table of 256 entries.
+    const uint32_t bufferSize = kSmallestBuffer;
 
     TraceWriter trace;
     DriverHost driver(module);
@@ -59,7 +60,7 @@ int32_t sendThroughDriver(const Module &module, const Image &image, int srcdpi, 
         driver.recordTo(&trace);
     }
     tellScreen(module, settings);
-    const int32_t started = driver.initialise(setup, &options, connect, std::max<uint32_t>(kSmallestBuffer, static_cast<uint32_t>(largest)));
+    const int32_t started = driver.initialise(setup, &options, connect, bufferSize);
     if (started != 0) return started;
 
     try {
@@ -71,12 +72,15 @@ int32_t sendThroughDriver(const Module &module, const Image &image, int srcdpi, 
         driver.send(makeElement(kBeginPictureBody));
         if (image.depth < 24) driver.send(colourTable(0, paletteBytes(image)));
         driver.send(beginImage(w, h, image.depth));
-        // Rows bottom first, running the way the window runs (downwards).
+        // Rows bottom first, running the way the window runs (downwards). The
+        // cells stay where the picture is: a negative precision tells the
+        // driver to take them at the address in the element.
         for (int32_t y = 0; y < h; y += rowsPer) {
             const int32_t n = std::min(rowsPer, h - y);
-            driver.send(cellArray(0, y, w - 1, y + n - 1, w, n, image.depth, image.pixels + stride * static_cast<size_t>(y),
-                                  stride * static_cast<size_t>(n)));
+            const std::span<const uint8_t> rows(image.pixels + stride * static_cast<size_t>(y), stride * static_cast<size_t>(n));
+            driver.send(cellArray(0, y, w - 1, y + n - 1, w, n, -image.depth, nullptr, sizeof(uint64_t)), rows);
         }
+        if (settings.pictureSent) settings.pictureSent();
         driver.send(endImage());
         driver.send(makeElement(kEndPicture));
         driver.send(makeElement(kCloseDevice));
@@ -98,7 +102,7 @@ int32_t replayThroughDriver(const Module &module, const std::vector<TraceElement
     const int32_t started = driver.initialise(setup, &options, connect, static_cast<uint32_t>(largest));
     if (started != 0) return started;
     int32_t last = 0;
-    for (const TraceElement &e : elements) last = driver.send(e.bytes, e.pointerCells ? &e.cells : nullptr);
+    for (const TraceElement &e : elements) last = driver.send(e.bytes, e.cells);
     (void)last;
     driver.terminate();
     return driver.firstError();
