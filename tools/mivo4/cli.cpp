@@ -1,5 +1,7 @@
 #include "cli.h"
 
+#include <mivo4/version.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -23,6 +25,7 @@ namespace {
 
 const char kUsage[] =
     "usage: mivo4 [--module PATH] COMMAND ...\n"
+    "       mivo4 --version | --help\n"
     "\n"
     "  mivo4 export [options] INPUT OUTPUT   export a PNG, JPEG, TIFF or PNM picture as GP4\n"
     "  mivo4 export [options] --demo OUTPUT  export the built-in test chart\n"
@@ -95,6 +98,19 @@ int moduleInfo(const Module &module) {
         const FLTENTRY &e = t.lpEntries[i];
         std::printf("  %-20s %5u  %s\n", e.lpszName, e.wId, e.lpTarget != nullptr ? "present" : "not available");
     }
+    return 0;
+}
+
+// The host's version, and the module's file version and where it was found.
+int versionInfo(const std::string &modulePath) {
+    std::printf("mivo4 %d.%d.%d\n", MIVO4_VERSION_MAJOR, MIVO4_VERSION_MINOR, MIVO4_VERSION_PATCH);
+    Module module;
+    if (!module.open(modulePath)) {
+        std::printf("module: not loaded (%s)\n", module.error().c_str());
+        return 1;
+    }
+    auto version = reinterpret_cast<uint32_t (*)(void)>(module.entry("ZEPGetFilterVersion"));
+    std::printf("module: %s, file version 0x%08X\n", module.path().c_str(), version != nullptr ? version() : 0u);
     return 0;
 }
 
@@ -307,6 +323,8 @@ int runCli(int argc, char **argv) {
         } else if (a == "--help" || a == "-h") {
             std::fputs(kUsage, stdout);
             return 0;
+        } else if (a == "--version") {
+            return versionInfo(modulePath);
         } else {
             std::fprintf(stderr, "mivo4: unknown option %s\n%s", a.c_str(), kUsage);
             return 2;

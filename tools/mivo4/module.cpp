@@ -79,6 +79,10 @@ void *Module::symbol(const char *name) const {
     return handle_ != nullptr ? dlsym(handle_, name) : nullptr;
 }
 
+#ifndef MIVO4_MODULE_FROM_BIN
+#define MIVO4_MODULE_FROM_BIN "../lib/mivo4"
+#endif
+
 std::string defaultModulePath(const char *argv0) {
     if (const char *env = std::getenv("MIVO4_MODULE"); env != nullptr && env[0] != '\0') return env;
     char self[PATH_MAX];
@@ -92,6 +96,11 @@ std::string defaultModulePath(const char *argv0) {
     }
     auto slash = dir.rfind('/');
     dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
+    // Installed, the module lives in PREFIX/lib/mivo4 beside PREFIX/bin; in a
+    // build tree, beside the program.
+    const std::string installed = dir + "/" MIVO4_MODULE_FROM_BIN "/mivo42.flt";
+    char resolved[PATH_MAX];
+    if (realpath(installed.c_str(), resolved) != nullptr) return resolved;
     return dir + "/mivo42.flt";
 }
 

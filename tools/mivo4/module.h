@@ -65,8 +65,9 @@ private:
     std::string error_;
 };
 
-// Where the host looks for the module: $MIVO4_MODULE, else mivo42.flt beside
-// the executable.
+// Where the host looks for the module: $MIVO4_MODULE, else the installed
+// module (lib/mivo4/mivo42.flt beside the bin directory of the executable),
+// else mivo42.flt beside the executable (a build tree).
 std::string defaultModulePath(const char *argv0);
 
 }  // namespace mivo4::host
