@@ -90,7 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         for (const auto &e : trace) {
             if (declaredBitmap(e.bytes) > kLargestBitmap) continue;
             std::copy(e.bytes.begin(), e.bytes.end(), buffer);
-            if (e.pointerCells && e.bytes.size() >= DVR_CA_CELLS + sizeof(uintptr_t)) {
+            // The address goes at its place even when the element ends
+            // before it, so that no address of an earlier run stays there.
+            if (e.pointerCells) {
                 const auto address = reinterpret_cast<uintptr_t>(e.cells.empty() ? nullptr : e.cells.data());
                 std::memcpy(buffer + DVR_CA_CELLS, &address, sizeof address);
             }

@@ -450,3 +450,34 @@ TEST(DriverPath, TwentyFourBitCellArraysOutsideAnImageAreShrunkAndStretchedByThe
         }
     }
 }
+
+TEST(DriverPath, APointerCellArrayCutBeforeItsAddressPointsAtNothing) {
+    // The second cell array ends before its address field. The host still
+    // writes the address there (none), so the driver cannot take the first
+    // cell array's address left over in the element buffer.
+    ScratchDir dir;
+    const int32_t w = 8, h = 2;
+    const std::vector<uint8_t> white(Image::rowBytes(w, 8), 255);
+    Session s;
+    s.add(makeElement(kOpenDevice));
+    s.add(makeElement(kBeginPicture));
+    s.add(deviceWindow(0, 0, w - 1, h - 1));
+    s.add(viewportMode(1, 25.4 / 300));
+    s.add(makeElement(kBeginPictureBody));
+    s.add(colourTable(0, greyTable()));
+    s.add(beginImage(w, h, 8));
+    s.addPointerCells(cellArray(0, 0, w - 1, 0, w, 1, -8, nullptr, 8), white);
+    Element cut = cellArray(0, 1, w - 1, 1, w, 1, -8, nullptr, 0);
+    cut.resize(DVR_CA_CELLS);  // no room for the address
+    s.addPointerCells(cut, {});   // and no cells recorded after it
+    s.add(endImage());
+    s.add(makeElement(kCloseDevice));
+    const auto file = replayTo(s.elements, userSize300(), dir / "p.cal");
+    auto decoded = decodeFile(file);
+    ASSERT_TRUE(decoded);
+    ASSERT_EQ(decoded->height, 2u);
+    for (uint32_t x = 0; x < static_cast<uint32_t>(w); ++x) {
+        EXPECT_FALSE(decoded->black(x, 1)) << "the bottom row came from the first cell array";
+        EXPECT_TRUE(decoded->black(x, 0)) << "the top row received nothing";
+    }
+}

@@ -50,7 +50,9 @@ int32_t DriverHost::send(const Element &element, std::span<const uint8_t> cells)
         trace_->record(buffer_, element.size());
         if (pointerCells) trace_->record(cells.data(), cells.size());
     }
-    if (pointerCells && element.size() >= DVR_CA_CELLS + sizeof(uintptr_t)) {
+    // The address goes at its place even when the element ends before it:
+    // the driver reads the buffer there, and a stale address must not stay.
+    if (pointerCells && bufferSize_ >= DVR_CA_CELLS + sizeof(uintptr_t)) {
         const auto address = reinterpret_cast<uintptr_t>(cells.empty() ? nullptr : cells.data());
         std::memcpy(buffer_ + DVR_CA_CELLS, &address, sizeof address);
     }
