@@ -343,6 +343,10 @@ TEST(Cli, ReplayRefusesWhatIsNotATraceInOneLine) {
     EXPECT_EQ(lines(r.err), 1) << r.err;
     EXPECT_TRUE(contains(r.err, "more than the")) << r.err;
     EXPECT_FALSE(std::filesystem::exists(dir / "o.cal")) << "no output for a refused trace";
+    // A device never ends: it is refused, not read.
+    r = runMivo4({"replay", "/dev/zero", dir / "o.cal"}, dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(contains(r.err, "not a regular file")) << r.err;
 }
 
 TEST(Cli, DriverOptionsAreCheckedLikeTheOthers) {

@@ -1,6 +1,7 @@
 #include "trace.h"
 
 #include <mivo4/raster.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -91,6 +92,10 @@ std::vector<TraceElement> parseTrace(const uint8_t *data, size_t size) {
 }
 
 std::vector<TraceElement> readTrace(const std::string &path) {
+    // A device or a pipe may never end: only files are read.
+    struct stat st{};
+    if (stat(path.c_str(), &st) != 0) throw TraceError(path + ": cannot open: " + std::strerror(errno));
+    if (!S_ISREG(st.st_mode)) throw TraceError(path + ": not a regular file");
     std::ifstream in(path, std::ios::binary);
     if (!in) throw TraceError(path + ": cannot open: " + std::strerror(errno));
     std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
