@@ -183,6 +183,25 @@ TEST(DriverPath, TraceFilesStartWithTheMagicAndHoldWholeRecords) {
     EXPECT_THROW(parseTrace(t.data(), t.size()), TraceError) << "a record longer than the rest of the file";
     t.resize(t.size() - 6);
     EXPECT_THROW(parseTrace(t.data(), t.size()), TraceError) << "a byte count cut short";
+
+    // A cell array of 3 rows of 5 one-bit cells elsewhere declares 3 rows of
+    // 4 bytes: a cells record of 11 bytes is refused, one of 12 taken.
+    auto withCells = [](size_t n) {
+        std::vector<uint8_t> trace(kTraceMagic, kTraceMagic + 8);
+        Element e = cellArray(0, 0, 4, 2, 5, 3, -1, nullptr, 8);
+        const uint32_t size = static_cast<uint32_t>(e.size());
+        trace.insert(trace.end(), {uint8_t(size), uint8_t(size >> 8), 0, 0});
+        trace.insert(trace.end(), e.begin(), e.end());
+        trace.insert(trace.end(), {uint8_t(n), 0, 0, 0});
+        trace.resize(trace.size() + n, 0xAA);
+        return trace;
+    };
+    auto shortCells = withCells(11), enough = withCells(12);
+    EXPECT_THROW(parseTrace(shortCells.data(), shortCells.size()), TraceError);
+    auto parsed = parseTrace(enough.data(), enough.size());
+    ASSERT_EQ(parsed.size(), 1u);
+    EXPECT_TRUE(parsed[0].pointerCells);
+    EXPECT_EQ(parsed[0].cells.size(), 12u);
 }
 
 TEST(DriverPath, PointerCellsReplayLikeCellsInTheElement) {

@@ -60,23 +60,43 @@ bool hasPointerCells(const uint8_t *element, size_t size) {
     return int32At(element) == kCellArray && int32At(element + DVR_CA_PRECISION) < 0;
 }
 
+uint64_t declaredCellBytes(const uint8_t *element, size_t size) {
+    if (!hasPointerCells(element, size)) return 0;
+    const int64_t x = int32At(element + DVR_CA_SIZE_X), y = int32At(element + DVR_CA_SIZE_Y);
+    const int32_t precision = int32At(element + DVR_CA_PRECISION);
+    const int64_t bits = precision == DVR_PRECISION_ONE_BIT ? 1 : -int64_t{precision};
+    if (x <= 0 || y <= 0 || bits > 32) return 0;
+    const uint64_t row = ((static_cast<uint64_t>(x) * static_cast<uint64_t>(bits) + 7) / 8 + 3) & ~uint64_t{3};
+    return row * static_cast<uint64_t>(y);
+}
+
 std::vector<TraceElement> parseTrace(const uint8_t *data, size_t size) {
     if (size < sizeof kTraceMagic || std::memcmp(data, kTraceMagic, sizeof kTraceMagic) != 0)
         throw TraceError("not a driver trace (it does not start with MIVO4DT1)");
     std::vector<TraceElement> elements;
     size_t at = sizeof kTraceMagic;
+    size_t record = 0;
     bool cellsNext = false;
     while (at < size) {
+        ++record;
         if (size - at < 4) throw TraceError("the trace ends inside a record's byte count at byte " + std::to_string(at));
         const uint32_t n = readLe32(data + at);
         at += 4;
         if (n > size - at)
-            throw TraceError("record " + std::to_string(elements.size() + 1) + " at byte " + std::to_string(at - 4) +
+            throw TraceError("record " + std::to_string(record) + " at byte " + std::to_string(at - 4) +
                              " claims " + std::to_string(n) + " bytes, more than the " + std::to_string(size - at) +
                              " left in the file");
         const uint8_t *bytes = data + at;
         at += n;
         if (cellsNext) {
+            // The driver reads as many cells as the cell array declares, at
+            // the address replay gives it: the record must hold them all.
+            const TraceElement &cellArray = elements.back();
+            const uint64_t declared = declaredCellBytes(cellArray.bytes.data(), cellArray.bytes.size());
+            if (n < declared)
+                throw TraceError("record " + std::to_string(record) + " at byte " + std::to_string(at - n - 4) +
+                                 " holds " + std::to_string(n) + " cell bytes, fewer than the " + std::to_string(declared) +
+                                 " its cell array declares");
             elements.back().cells.assign(bytes, bytes + n);
             cellsNext = false;
             continue;
@@ -87,7 +107,8 @@ std::vector<TraceElement> parseTrace(const uint8_t *data, size_t size) {
         cellsNext = e.pointerCells;
         elements.push_back(std::move(e));
     }
-    // A pointer cell array at the very end has no cells: it points at none.
+    // A cell array at the very end whose cells are elsewhere has no cells
+    // record: it points at none.
     return elements;
 }
 

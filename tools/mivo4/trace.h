@@ -53,4 +53,9 @@ std::vector<TraceElement> readTrace(const std::string &path);
 // Whether an element is a cell array whose cells are elsewhere.
 bool hasPointerCells(const uint8_t *element, size_t size);
 
+// The most cell bytes the driver can read for a cell array whose cells are
+// elsewhere: its rows at the padded length of all its cells (0 for one the
+// driver ignores).
+uint64_t declaredCellBytes(const uint8_t *element, size_t size);
+
 }  // namespace mivo4::host
