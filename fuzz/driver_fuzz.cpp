@@ -70,6 +70,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const uint32_t live = mivo4::mem::LiveHandles();
     ZHANDLE setup = CreateSetup(0, nullptr, nullptr, nullptr);
     if (setup == 0) return 0;
+    // Every colour mode, so that the colour adjustments of tables and cells run.
+    if (auto *record = static_cast<Gp4_SetupData *>(GlobalLock(setup)))
+        record->nColorMode = COLOR_MODE_FIRST + static_cast<int32_t>(data[size - 1] % 5);
 
     size_t largest = 4096;
     for (const auto &e : trace) largest = std::max(largest, e.bytes.size());
