@@ -367,3 +367,18 @@ TEST(Cli, ProgressDrawsOnTheDriverPathToo) {
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_TRUE(contains(r.err, "] 100%")) << r.err;
 }
+
+TEST(Cli, DitherChoosesWhoMakesBlackAndWhite) {
+    ScratchDir dir;
+    for (const char *way : {"module", "floyd", "threshold", "threshold=30", "ordered"}) {
+        Outcome r = runMivo4({"export", "--dither", way, "--demo", dir / "d.cal"}, dir);
+        ASSERT_EQ(r.code, 0) << way << ": " << r.err;
+        Outcome i = runMivo4({"info", dir / "d.cal"}, dir);
+        EXPECT_TRUE(contains(i.out, "check: ok")) << way << ": " << i.out;
+    }
+    for (const char *bad : {"threshold=101", "threshold=", "bayer"}) {
+        Outcome r = runMivo4({"export", "--dither", bad, "--demo", dir / "e.cal"}, dir);
+        EXPECT_EQ(r.code, 2) << bad;
+        EXPECT_TRUE(contains(r.err, "--dither")) << r.err;
+    }
+}

@@ -44,6 +44,10 @@ const char kUsage[] =
     "  --progress                             a progress bar on standard error\n"
     "  --profile FILE --mode NAME             start from a mode of a setup profile\n"
     "  --verify                               decode the whole result with libtiff before keeping it\n"
+    "  --dither module|floyd|threshold[=PERCENT]|ordered\n"
+    "                                         who makes black and white: the module (error diffusion\n"
+    "                                         onto eight greys, default), or the host from the\n"
+    "                                         luminance: Floyd-Steinberg, a threshold (50%), Bayer 8x8\n"
     "  --via bitmap|gdp                       hand the picture over as a bitmap (ExportCellData, default)\n"
     "                                         or as an image of cell arrays sent to the raster driver\n"
     "  --rows-per-element N                   rows of one cell array on the driver path (default 64)\n"
@@ -178,6 +182,16 @@ void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s,
             if (v == "bitmap") s.via = Via::Bitmap;
             else if (v == "gdp") s.via = Via::Gdp;
             else throw UsageError{"--via must be bitmap or gdp, not \"" + v + "\""};
+        } else if (a == "--dither") {
+            std::string v = value(i);
+            if (v == "module") s.tones = Tones::Module;
+            else if (v == "floyd") s.tones = Tones::Floyd;
+            else if (v == "ordered") s.tones = Tones::Ordered;
+            else if (v == "threshold") s.tones = Tones::Threshold;
+            else if (v.rfind("threshold=", 0) == 0 && parseInt(v.substr(10), 0, 100, s.thresholdPercent))
+                s.tones = Tones::Threshold;
+            else
+                throw UsageError{"--dither must be module, floyd, threshold[=PERCENT] (0 to 100) or ordered, not \"" + v + "\""};
         } else if (a == "--rows-per-element") {
             std::string v = value(i);
             if (!parseInt(v, 1, 65535, s.rowsPerElement))

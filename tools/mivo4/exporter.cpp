@@ -374,8 +374,19 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
     return report;
 }
 
-ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &image,
+ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &picture,
                          const ExportSettings &settings, AtomicOutput &out) {
+    // The host's own one-bit conversions hand the module a one-bit picture,
+    // which it passes through unchanged.
+    Image converted;
+    if (settings.tones != Tones::Module) {
+        try {
+            converted = toOneBit(picture, settings.tones, settings.thresholdPercent, memory.allocator());
+        } catch (const ReadError &e) {
+            throw ExportError(e.what());
+        }
+    }
+    const Image &image = settings.tones != Tones::Module ? converted : picture;
     const int srcdpi = settings.sourceDpi.value_or(image.dpi);
     if (settings.via == Via::Gdp) {
         return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {

@@ -13,6 +13,7 @@
 #include "image.h"
 #include "module.h"
 #include "outfile.h"
+#include "tones.h"
 
 namespace mivo4::host {
 
@@ -32,6 +33,8 @@ struct ExportSettings {
     bool verify = false;  // decode the whole result before it is put in place
     std::string profile, modeName;
     Via via = Via::Bitmap;
+    Tones tones = Tones::Module;  // who makes the one-bit picture
+    int thresholdPercent = 50;    // for Tones::Threshold
     int rowsPerElement = 64;  // rows of one cell array on the driver path
     std::string tracePath;    // record the elements sent to the driver here
     // Called on the driver path once every row has been sent, when the host
