@@ -149,6 +149,10 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
     BeginCellBitmap(s->hFile, width, height, d, table != nullptr ? table : s->ColorTable, &unused);
     if (!empty) WriteCellBits(s->hFile, image != 0 ? image : hBuffer, width, height, d, src_colorformat, 0);
     EndCellBitmap(s->hFile, 0);
+    // As at the end of a bitmap export or of an image, the reference row of
+    // the finished picture is released: nothing else would free it.
+    GlobalFree(lpRaster->gp4_refLine);
+    lpRaster->gp4_refLine = 0;
     rlUnlockMemory(hTable);
     finish();
 }
