@@ -457,3 +457,110 @@ TEST_F(CellArray, CellArrayAfterAnImageContinuesFromWhereTheImageLeftTheRows) {
 }
 
 }  // namespace
+
+namespace {
+
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DecodeGp4File;
+using mivo4::test::DriverSession;
+using mivo4::test::RectElement;
+using mivo4::test::VpsmElement;
+
+TEST_F(DriverSession, InvertedSingleCellArrayBelowATallerPictureWritesOnlyInsideItsBlock) {
+    // Height 10 from an earlier image: the inverted rows go to rows 8 and 7,
+    // which a block of the element's 2 rows does not have.
+    startPicture(1u << 16, {RectElement(518, 0, 0, 7, 9)});
+    state()->Height = 10;
+    EXPECT_EQ(send(CellArrayElement(9, 0, 8, 2, 1, std::vector<uint8_t>(8, 0xFF))), 0);
+    EXPECT_EQ(state()->CurrentScanLine, 7);
+    finish();
+    auto d = DecodeGp4File(outputFile());
+    ASSERT_EQ(d.width, 8u);
+    ASSERT_EQ(d.height, 2u);
+    ASSERT_TRUE(d.picture.has_value());
+    for (uint8_t b : d.picture->bits) EXPECT_EQ(b, 0xFF) << "nothing placed: all entry 0, black";
+}
+
+TEST_F(DriverSession, CellArrayAfterTheEndOfThePictureIsIgnored) {
+    startPicture(1u << 16, {RectElement(518, 0, 0, 7, 1)});
+    state()->Height = 2;
+    ASSERT_EQ(send(5), 0);
+    EXPECT_EQ(send(CellArrayElement(0, 1, 8, 2, 1, std::vector<uint8_t>(8, 0xFF))), 0);
+    EXPECT_EQ(state()->CurrentScanLine, 0);
+    send(2);
+    terminate();
+    EXPECT_TRUE(outputFile().empty());
+}
+
+TEST_F(DriverSession, OutputLargerThanTheHeaderCanDescribeIsNotWritten) {
+    // 216 pixels taken as points are 3 inches: 98301 dots at 32767 dpi, more
+    // than the header's 16-bit sizes hold.
+    setup->XResolution = 32767;
+    setup->YResolution = 32767;
+    startPicture(1u << 16, {RectElement(518, 0, 0, 215, 0)});
+    state()->Height = 1;
+    EXPECT_EQ(send(CellArrayElement(0, 1, 216, 1, 8, std::vector<uint8_t>(216, 1))), 0);
+    finish();
+    EXPECT_TRUE(outputFile().empty());
+}
+
+TEST_F(DriverSession, MetricScalesProposedAsTheUsersResolutionDoNotFault) {
+    // With the user's resolution mode the scale is proposed to the sink, which
+    // takes its low 16 bits as the resolution: 0, negative or huge ones too.
+    for (double factor : {-1e-300, 1e-300, 25.4 / 100000, 25.4 / 65536, -25.4, 25.4 / 300}) {
+        setup->ResMode = RES_USER;
+        setup->XResolution = 200;
+        setup->YResolution = 200;
+        init.elbufsz = 1u << 16;
+        ASSERT_EQ(initialise(), 0);
+        send(1);
+        send(3);
+        ASSERT_EQ(send(VpsmElement(1, factor)), 0);
+        ASSERT_EQ(send(RectElement(518, 0, 0, 15, 3)), 0);
+        send(4);
+        ASSERT_EQ(send(ColorTableElement(0, {VCD{0, 0, 0}, VCD{255, 255, 255}})), 0);
+        state()->Height = 4;
+        EXPECT_EQ(send(CellArrayElement(0, 1, 16, 4, 1, std::vector<uint8_t>(16, 0x5A))), 0) << factor;
+        ASSERT_EQ(send(mivo4::test::BeginImageElement(16, 4, 1)), 0);
+        EXPECT_EQ(send(mivo4::test::EndImageElement()), 0) << factor;
+        finish();
+    }
+}
+
+TEST_F(DriverSession, ViewportModeCutOffBeforeItsFactorReadsFactorZero) {
+    init.elbufsz = 24;
+    ASSERT_EQ(initialise(), 0);
+    send(1);
+    send(3);
+    state()->inch = 99;
+    auto e = VpsmElement(1, 0.1);
+    std::memcpy(elbuf(), e.bytes().data(), 24);
+    EXPECT_EQ(RASTER_dd_entry32(0, DVR_FN_ELEMENT, elbuf()), 0);
+    EXPECT_EQ(state()->inch, 0) << "mode 1 with a factor read as 0";
+    finish();
+}
+
+TEST_F(DriverSession, TheSinkReadsTheSetupHandedToInitialisation) {
+    Gp4_SetupData other{};
+    other.XResolution = 300;
+    other.YResolution = 300;
+    hRaster = 0;
+    lpRaster = &other;
+    setup->XResolution = 72;
+    setup->YResolution = 72;
+    startPicture(1u << 16, {RectElement(518, 0, 0, 71, 1)});
+    EXPECT_EQ(lpRaster, setup);
+    EXPECT_EQ(hRaster, hSetup);
+    state()->Height = 2;
+    EXPECT_EQ(send(CellArrayElement(0, 1, 72, 2, 1, std::vector<uint8_t>(24, 0))), 0);
+    finish();
+    auto d = DecodeGp4File(outputFile());
+    EXPECT_EQ(oracle::headerRecord(d.header, 9), "rdensty: 0072");
+    EXPECT_EQ(d.width, 72u);
+    EXPECT_EQ(other.gp4_refLine, 0u);
+    hRaster = 0;
+    lpRaster = nullptr;
+}
+
+}  // namespace
