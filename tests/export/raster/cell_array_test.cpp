@@ -564,3 +564,178 @@ TEST_F(DriverSession, TheSinkReadsTheSetupHandedToInitialisation) {
 }
 
 }  // namespace
+
+namespace {
+
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DecodeGp4File;
+using mivo4::test::DriverSession;
+using mivo4::test::RectElement;
+using mivo4::test::VpsmElement;
+
+// Shrink or stretch is chosen by the heights alone, so a shrink may widen and
+// a stretch narrow. One unit a point (25.4 mm a unit is one an inch, which the
+// sink takes as points): the window's size is the size asked for.
+struct ScaleCase {
+    int16_t dpi;
+    double windowRight, windowTop;
+    int32_t cellsX, cellsY;
+    uint32_t outW, outH;
+};
+
+TEST_F(DriverSession, ShrinkThatWidensAndStretchThatNarrowsStayInsideTheirBitmaps) {
+    // 4 x 40 cells asked at 100 x 10 points at 72 dpi: shrunk to 100 x 10.
+    // 40 x 4 cells asked at 40 x 100 points at 36 dpi: stretched to 20 x 50.
+    for (ScaleCase c : {ScaleCase{72, 99, 9, 4, 40, 100, 10}, ScaleCase{36, 39, 99, 40, 4, 20, 50}}) {
+        for (int32_t precision : {1, 4, 8, 24}) {
+            setup->XResolution = c.dpi;
+            setup->YResolution = c.dpi;
+            init.elbufsz = 1u << 16;
+            ASSERT_EQ(initialise(), 0);
+            send(1);
+            send(3);
+            ASSERT_EQ(send(VpsmElement(1, 25.4)), 0);
+            ASSERT_EQ(send(RectElement(518, 0, 0, c.windowRight, c.windowTop)), 0);
+            send(4);
+            // Every cell white: entry 1 of a black and white table, or white itself.
+            std::vector<VCD> table(16, VCD{255, 255, 255});
+            table[0] = VCD{0, 0, 0};
+            ASSERT_EQ(send(ColorTableElement(0, table)), 0);
+            const uint32_t stride = ((static_cast<uint32_t>(c.cellsX * precision) + 7) / 8 + 3) & ~3u;
+            std::vector<uint8_t> cells(static_cast<size_t>(stride) * static_cast<size_t>(c.cellsY), 0);
+            for (int32_t r = 0; r < c.cellsY; ++r)
+                for (int32_t x = 0; x < c.cellsX; ++x) {
+                    uint8_t *row = cells.data() + static_cast<size_t>(r) * stride;
+                    if (precision == 1) row[x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8));
+                    if (precision == 4) row[x / 2] |= static_cast<uint8_t>(x % 2 == 0 ? 0x10 : 0x01);
+                    if (precision == 8) row[x] = 1;
+                    if (precision == 24) std::memset(row + 3 * x, 255, 3);
+                }
+            state()->Height = static_cast<uint32_t>(c.cellsY);
+            EXPECT_EQ(send(CellArrayElement(0, 1, c.cellsX, c.cellsY, precision, cells)), 0);
+            finish();
+            auto d = DecodeGp4File(outputFile());
+            ASSERT_EQ(d.width, c.outW) << precision;
+            ASSERT_EQ(d.height, c.outH) << precision;
+            ASSERT_TRUE(d.picture.has_value());
+            for (uint32_t y = 0; y < c.outH; ++y)
+                for (uint32_t x = 0; x < c.outW; ++x)
+                    ASSERT_FALSE(d.picture->black(x, y)) << "depth " << precision << " at " << x << "," << y;
+        }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DecodeGp4File;
+using mivo4::test::DriverSession;
+using mivo4::test::RectElement;
+using mivo4::test::VpsmElement;
+
+TEST_F(DriverSession, WindowWiderThanTheCellsWithEqualHeightsReadsZeroOutsideTheBitmap) {
+    // One unit a point at 72 dpi: the window asks for 100 x 10 pixels, the
+    // cells are 8 x 10. Equal heights: neither shrunk nor stretched, so the
+    // sink takes rows of 100 pixels (13 bytes, 16 apart) from the 40-byte
+    // bitmap of 4-byte rows; what lies past its end reads as zero.
+    setup->XResolution = 72;
+    setup->YResolution = 72;
+    init.elbufsz = 1u << 16;
+    ASSERT_EQ(initialise(), 0);
+    send(1);
+    send(3);
+    ASSERT_EQ(send(VpsmElement(1, 25.4)), 0);
+    ASSERT_EQ(send(RectElement(518, 0, 0, 99, 9)), 0);
+    send(4);
+    ASSERT_EQ(send(ColorTableElement(0, {VCD{0, 0, 0}, VCD{255, 255, 255}})), 0);
+    std::vector<uint8_t> cells(40, 0);
+    for (size_t r = 0; r < 10; ++r) cells[4 * r] = static_cast<uint8_t>(r * 29 + 7);
+    state()->Height = 10;
+    EXPECT_EQ(send(CellArrayElement(0, 1, 8, 10, 1, cells)), 0);
+    finish();
+    auto d = DecodeGp4File(outputFile());
+    ASSERT_EQ(d.width, 100u);
+    ASSERT_EQ(d.height, 10u);
+    ASSERT_TRUE(d.picture.has_value());
+    for (uint32_t y = 0; y < 10; ++y) {
+        const size_t from = static_cast<size_t>(9 - y) * 16;  // the padded row the sink takes
+        for (uint32_t x = 0; x < 100; ++x) {
+            const size_t byte = from + x / 8;
+            const uint8_t v = byte < cells.size() ? cells[byte] : 0;
+            const bool set = (v >> (7 - x % 8)) & 1;
+            ASSERT_EQ(d.picture->black(x, y), !set) << x << "," << y;
+        }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DriverSession;
+using mivo4::test::RectElement;
+using mivo4::test::statusLog;
+
+class SingleCellArrayProgress : public DriverSession {
+protected:
+    // A 16 x 8 cell array at `precision` written at `dpi`: 36 halves it
+    // (shrink), 144 doubles it (stretch), 72 keeps it.
+    int32_t sendOne(int16_t dpi, int32_t precision) {
+        setup->XResolution = dpi;
+        setup->YResolution = dpi;
+        startPicture(1u << 16, {RectElement(518, 0, 0, 15, 7)});
+        send(ColorTableElement(0, {VCD{0, 0, 0}, VCD{255, 255, 255}}));
+        state()->Height = 8;
+        const size_t stride = ((16u * static_cast<uint32_t>(precision) + 7) / 8 + 3) & ~3u;
+        statusLog().calls.clear();
+        return send(CellArrayElement(0, 1, 16, 8, precision, std::vector<uint8_t>(stride * 8, 1)));
+    }
+    // The progress reports (the status function's other requests left
+    // out), cut to the first n: the coder goes on reporting its rows after.
+    std::vector<intptr_t> reported(size_t n = SIZE_MAX) const {
+        std::vector<intptr_t> v;
+        for (const auto &c : statusLog().calls) {
+            EXPECT_EQ(c.hostData, 0x5151);
+            if (c.op == 0 && c.item == 0 && v.size() < n) v.push_back(c.a5);
+        }
+        return v;
+    }
+};
+
+TEST_F(SingleCellArrayProgress, EachStageAddsTwentyAndTheCodingStartsAtFifty) {
+    EXPECT_EQ(sendOne(72, 1), 0);
+    EXPECT_EQ(reported(1), (std::vector<intptr_t>{50})) << "no stage ran";
+    finish();
+    EXPECT_EQ(sendOne(36, 1), 0);
+    EXPECT_EQ(reported(2), (std::vector<intptr_t>{20, 50})) << "shrunk";
+    finish();
+    EXPECT_EQ(sendOne(144, 8), 0);
+    EXPECT_EQ(reported(3), (std::vector<intptr_t>{20, 40, 50})) << "converted, then stretched";
+    finish();
+    EXPECT_EQ(sendOne(36, 24), 0);
+    EXPECT_EQ(reported(3), (std::vector<intptr_t>{20, 40, 50})) << "shrunk, then converted";
+    finish();
+}
+
+TEST_F(SingleCellArrayProgress, StopAnsweredDuringTheWorkAbandonsItWithoutAnError) {
+    ASSERT_EQ(sendOne(144, 8), 0);
+    finish();
+    const size_t whole = outputFile().size();
+    ASSERT_GT(whole, 2048u);
+    std::filesystem::remove(connectName);
+    statusLog().answer = 1;
+    EXPECT_EQ(sendOne(144, 8), 0) << "a stop in the work pushes nothing";
+    EXPECT_EQ(reported(), (std::vector<intptr_t>{20})) << "abandoned at the first report";
+    EXPECT_EQ(state()->esl.numlost, 0);
+    EXPECT_TRUE(outputFile().empty()) << "not even a header";
+    statusLog().answer = 0;
+    finish();
+}
+
+}  // namespace
