@@ -739,3 +739,42 @@ TEST_F(SingleCellArrayProgress, StopAnsweredDuringTheWorkAbandonsItWithoutAnErro
 }
 
 }  // namespace
+
+namespace {
+
+using mivo4::test::BeginImageElement;
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DecodeGp4File;
+using mivo4::test::DriverSession;
+using mivo4::test::EndImageElement;
+using mivo4::test::RectElement;
+
+TEST_F(DriverSession, InvertedRowsContinueDownwardsAcrossElements) {
+    // Height 6: the first element starts at 5 and places rows 4 and 3, the
+    // second 2 and 1, the third only row 0 (one row is left above 0). Row 5
+    // stays zero.
+    startPicture(1u << 16, {RectElement(518, 0, 0, 7, 5)});
+    ASSERT_EQ(send(ColorTableElement(0, {VCD{0, 0, 0}, VCD{255, 255, 255}})), 0);
+    ASSERT_EQ(send(BeginImageElement(8, 6, 1)), 0);
+    const uint8_t rows[6] = {0x81, 0x42, 0x24, 0x18, 0xF0, 0x0F};
+    ASSERT_EQ(send(CellArrayElement(1, 0, 8, 2, 1, {rows[0], 0, 0, 0, rows[1], 0, 0, 0})), 0);
+    EXPECT_EQ(state()->CurrentScanLine, 3);
+    ASSERT_EQ(send(CellArrayElement(1, 0, 8, 2, 1, {rows[2], 0, 0, 0, rows[3], 0, 0, 0})), 0);
+    EXPECT_EQ(state()->CurrentScanLine, 1);
+    ASSERT_EQ(send(CellArrayElement(1, 0, 8, 2, 1, {rows[4], 0, 0, 0, rows[5], 0, 0, 0})), 0);
+    EXPECT_EQ(state()->CurrentScanLine, 0);
+    ASSERT_EQ(send(EndImageElement()), 0);
+    finish();
+    auto d = DecodeGp4File(outputFile());
+    ASSERT_EQ(d.width, 8u);
+    ASSERT_EQ(d.height, 6u);
+    ASSERT_TRUE(d.picture.has_value());
+    // Top to bottom: bitmap rows 5, 4, 3, 2, 1, 0.
+    const uint8_t expected[6] = {0x00, rows[0], rows[1], rows[2], rows[3], rows[4]};
+    for (uint32_t y = 0; y < 6; ++y)
+        for (uint32_t x = 0; x < 8; ++x)
+            ASSERT_EQ(d.picture->black(x, y), ((expected[y] >> (7 - x)) & 1) == 0) << x << "," << y;
+}
+
+}  // namespace

@@ -522,7 +522,7 @@ TEST_F(DriverOutput, OpeningANameThatCannotBeOpenedPushes303AsTheResult) {
     state()->Height = 2;  // lets a single cell array place its rows
     EXPECT_EQ(send(CellArrayElement(0, 1, 8, 2, 1, std::vector<uint8_t>(8, 0xFF))), 0);
     send(5);
-    send(2);
+    EXPECT_EQ(send(2), 303) << "a stream that was never opened does not close";
     EXPECT_EQ(state()->dvrstate, 1);
     EXPECT_FALSE(std::filesystem::exists("no"));
 }

@@ -131,7 +131,9 @@ protected:
                 const size_t written = way_ == Way::Memory ? memoryData
                                        : way_ == Way::Callback ? callbackBytes.size()
                                                                : oracle::readFile("out.gp4").size();
-                if (expectPicture) EXPECT_GT(written, 2049u) << what << ": the session wrote a picture";
+                if (expectPicture) {
+                    EXPECT_GT(written, 2049u) << what << ": the session wrote a picture";
+                }
                 break;
             }
         }
