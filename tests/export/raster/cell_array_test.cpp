@@ -778,3 +778,72 @@ TEST_F(DriverSession, InvertedRowsContinueDownwardsAcrossElements) {
 }
 
 }  // namespace
+
+namespace {
+
+using mivo4::test::BeginImageElement;
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DecodeGp4File;
+using mivo4::test::DriverSession;
+using mivo4::test::EndImageElement;
+using mivo4::test::RectElement;
+using mivo4::test::statusLog;
+
+TEST_F(DriverSession, ThirtyTwoBitCellsAreWrittenAtTheirSizeOutsideAndInsideAnImage) {
+    startPicture(1u << 16, {RectElement(518, 0, 0, 5, 3)});
+    state()->Height = 4;
+    EXPECT_EQ(send(CellArrayElement(0, 1, 6, 4, 32, std::vector<uint8_t>(96, 0x80))), 0);
+    finish();
+    auto single = DecodeGp4File(outputFile());
+    EXPECT_EQ(single.width, 6u);
+    EXPECT_EQ(single.height, 4u);
+    EXPECT_TRUE(single.picture.has_value());
+
+    startPicture(1u << 16, {RectElement(518, 0, 0, 5, 3)});
+    ASSERT_EQ(send(BeginImageElement(6, 4, 32)), 0);
+    EXPECT_EQ(GlobalSize(state()->hBuffer), 96u);
+    EXPECT_EQ(send(CellArrayElement(0, 1, 6, 4, 32, std::vector<uint8_t>(96, 0x80))), 0);
+    EXPECT_EQ(send(EndImageElement()), 0);
+    finish();
+    auto image = DecodeGp4File(outputFile());
+    EXPECT_EQ(image.width, 6u);
+    EXPECT_EQ(image.height, 4u);
+    EXPECT_TRUE(image.picture.has_value());
+}
+
+TEST_F(DriverSession, StopAnsweredAtTheReportBeforeCodingWritesNothingAndLeavesNothing) {
+    // One bit at its own size: no stage runs, the only report before the
+    // coding is the one that brings the progress to 50, with the colour
+    // table locked.
+    startPicture(1u << 16, {RectElement(518, 0, 0, 7, 1)});
+    ASSERT_EQ(send(ColorTableElement(0, {VCD{0, 0, 0}, VCD{255, 255, 255}})), 0);
+    state()->Height = 2;
+    statusLog().calls.clear();
+    statusLog().answer = 1;
+    EXPECT_EQ(send(CellArrayElement(0, 1, 8, 2, 1, std::vector<uint8_t>(8, 0xFF))), 0);
+    ASSERT_FALSE(statusLog().calls.empty());
+    EXPECT_EQ(statusLog().calls[0].a5, 50);
+    EXPECT_TRUE(outputFile().empty());
+    EXPECT_EQ(setup->gp4_refLine, 0u);
+    statusLog().answer = 0;
+    finish();  // the fixture counts the blocks left
+}
+
+TEST_F(DriverSession, BackgroundColourCutOffByTheBufferEndReadsAsZero) {
+    init.elbufsz = 18;
+    ASSERT_EQ(initialise(), 0);
+    send(1);
+    send(3);
+    state()->Bgc = VCD{9, 9, 9};
+    mivo4::test::Element e(519, 20);
+    e.put<uint8_t>(16, 10).put<uint8_t>(17, 20).put<uint8_t>(18, 30);
+    std::memcpy(elbuf(), e.bytes().data(), 18);
+    EXPECT_EQ(RASTER_dd_entry32(0, DVR_FN_ELEMENT, elbuf()), 0);
+    EXPECT_EQ(state()->Bgc.red, 0);
+    EXPECT_EQ(state()->Bgc.green, 0);
+    EXPECT_EQ(state()->Bgc.blue, 0);
+    finish();
+}
+
+}  // namespace
