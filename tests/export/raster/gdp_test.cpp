@@ -382,3 +382,30 @@ TEST_F(Image, SeveralPicturesInOneStreamRewriteTheDataFromByte2048) {
 }
 
 }  // namespace
+
+namespace {
+
+using mivo4::test::BeginImageElement;
+using mivo4::test::CellArrayElement;
+using mivo4::test::ColorTableElement;
+using mivo4::test::DecodeGp4File;
+using mivo4::test::DriverSession;
+using mivo4::test::EndImageElement;
+using mivo4::test::RectElement;
+
+TEST_F(DriverSession, ImageOfOddHeightIsOutputOneRowTaller) {
+    startPicture(1u << 16, {RectElement(518, 0, 0, 7, 4)});
+    ASSERT_EQ(send(ColorTableElement(0, {VCD{0, 0, 0}, VCD{255, 255, 255}})), 0);
+    ASSERT_EQ(send(BeginImageElement(8, 5, 1)), 0);
+    ASSERT_EQ(send(CellArrayElement(0, 1, 8, 5, 1, std::vector<uint8_t>(20, 0xFF))), 0);
+    ASSERT_EQ(send(EndImageElement()), 0);
+    finish();
+    auto d = DecodeGp4File(outputFile());
+    ASSERT_EQ(d.width, 8u);
+    ASSERT_EQ(d.height, 6u);
+    ASSERT_TRUE(d.picture.has_value());
+    for (uint32_t y = 0; y < 6; ++y)
+        for (uint32_t x = 0; x < 8; ++x) ASSERT_FALSE(d.picture->black(x, y)) << "all white, stretched by a row";
+}
+
+}  // namespace
