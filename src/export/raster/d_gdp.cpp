@@ -74,6 +74,10 @@ void endImage(MoRastData &s) {
     s.bInCellArray = 0;
     // An image that got no bitmap has nothing to render.
     if (s.hBuffer == 0 || lpRaster == nullptr) return;
+    // A device whose output could not be opened takes nothing: rendering to
+    // it would only fail at the coder's first write, which leaves its output
+    // block behind.
+    if (s.hFile == 0) return dropImage(s);
     ZEPRaster r{};
     r.depth = static_cast<uint16_t>(s.BitsPerPixel);
     r.cx = static_cast<uint16_t>(s.Width);

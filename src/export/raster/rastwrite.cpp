@@ -66,7 +66,9 @@ void take(ZHANDLE &current, ZHANDLE made) {
 void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_height, int32_t DPI, int16_t src_depth,
                          int16_t src_colorformat) {
     MoRastData *s = mivo4::driver::State();
-    if (s == nullptr || lpRaster == nullptr) return;
+    // No setup to size the output by, or no output to write to (the device's
+    // open failed and was reported): nothing is rendered.
+    if (s == nullptr || lpRaster == nullptr || s->hFile == 0) return;
     Progress progress(*s);
 
     // The size asked for: the device window in inches, or the cells in pixels
@@ -149,6 +151,10 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
     BeginCellBitmap(s->hFile, width, height, d, table != nullptr ? table : s->ColorTable, &unused);
     if (!empty) WriteCellBits(s->hFile, image != 0 ? image : hBuffer, width, height, d, src_colorformat, 0);
     EndCellBitmap(s->hFile, 0);
+    // As at the end of a bitmap export or of an image, the reference row of
+    // the finished picture is released: nothing else would free it.
+    GlobalFree(lpRaster->gp4_refLine);
+    lpRaster->gp4_refLine = 0;
     rlUnlockMemory(hTable);
     finish();
 }
