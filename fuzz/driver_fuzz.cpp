@@ -7,7 +7,7 @@
 // A host may ask the driver for bitmaps of up to 4 GiB, which it then
 // allocates and renders: a legitimate request, but one that makes every run
 // slow and trips the fuzzer's memory limit. Cell arrays and images that
-// declare bitmaps above 16 MiB are therefore not sent here; the sizes beyond
+// declare bitmaps above 1 MiB are therefore not sent here; the sizes beyond
 // (up to the 32-bit limit and past it) are pinned by the unit tests.
 #include <mivo4/export.h>
 #include <mivo4/memory.h>
@@ -29,7 +29,7 @@ namespace {
 
 int32_t keepGoing(intptr_t, int32_t, int32_t, intptr_t, intptr_t, intptr_t, intptr_t) { return 0; }
 
-constexpr uint64_t kLargestBitmap = 16u << 20;
+constexpr uint64_t kLargestBitmap = 1u << 20;
 
 int32_t int32At(const std::vector<uint8_t> &e, size_t at) {
     int32_t v = 0;
@@ -70,9 +70,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const uint32_t live = mivo4::mem::LiveHandles();
     ZHANDLE setup = CreateSetup(0, nullptr, nullptr, nullptr);
     if (setup == 0) return 0;
-    // Every colour mode, so that the colour adjustments of tables and cells run.
-    if (auto *record = static_cast<Gp4_SetupData *>(GlobalLock(setup)))
+    // Every colour mode, so that the colour adjustments of tables and cells
+    // run; a small output box at a low resolution, so that the many pictures
+    // a session may write stay quick.
+    if (auto *record = static_cast<Gp4_SetupData *>(GlobalLock(setup))) {
         record->nColorMode = COLOR_MODE_FIRST + static_cast<int32_t>(data[size - 1] % 5);
+        record->PrintWidth = record->PrintHeight = 0.5;
+        record->XResolution = record->YResolution = 100;
+    }
 
     size_t largest = 4096;
     for (const auto &e : trace) largest = std::max(largest, e.bytes.size());
