@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libtiff-dev libpng-dev libjpeg62-turbo-dev
   graphicsmagick imagemagick
+  libgsf-bin python3 python3-olefile
 )
 
 missing=()
