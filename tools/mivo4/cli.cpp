@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "cfb.h"
 #include "demo.h"
 #include "exporter.h"
 #include "gp4file.h"
@@ -29,6 +30,7 @@ const char kUsage[] =
     "  mivo4 decode FILE.cal OUT.pbm|OUT.png  decode a GP4 file to look at it\n"
     "  mivo4 module-info                      show the module's entry table and version\n"
     "                                          (also: mivo4 info with no file)\n"
+    "  mivo4 cfb list FILE | cat FILE STREAM  list or read the streams of a compound document\n"
     "\n"
     "export options:\n"
     "  --size screen|printer|user|picture     size mode (default: the profile's, else user)\n"
@@ -301,6 +303,7 @@ int runCli(int argc, char **argv) {
             return decodeCommand(args[0], args[1]);
         }
         if (command == "export") return exportCommand(modulePath, args);
+        if (command == "cfb") return cfbCommand(modulePath, args);
         if (command == "help") {
             std::fputs(kUsage, stdout);
             return 0;
