@@ -44,6 +44,32 @@ struct Table {
     }
 };
 
+// Where the last read of a large stream ended: the sector at a place of the
+// chain. The next read follows the table from there instead of from the
+// stream's first sector, which makes reading a stream from start to end cost
+// one table step a sector rather than a walk from the start every call. The
+// sectors found are the same. Kept in a block of the stream record's own
+// (hIOStruct), made on the first read and freed with the stream; when it
+// cannot be had, every read starts from the first sector.
+struct ChainCursor {
+    ZHANDLE fat;     // the table and first sector it was found with
+    uint32_t start;
+    uint32_t index;  // the sector's place in the chain
+    uint32_t sector;
+};
+
+ChainCursor *Cursor(ZEPIODATA &s) {
+    if (s.hIOStruct == 0 || GlobalSize(s.hIOStruct) != sizeof(ChainCursor)) {
+        GlobalFree(s.hIOStruct);
+        s.hIOStruct = GlobalAlloc(GHND, sizeof(ChainCursor));
+        auto *fresh = static_cast<ChainCursor *>(GlobalLock(s.hIOStruct));
+        if (fresh == nullptr) return nullptr;
+        *fresh = {0, 0, UINT32_MAX, 0};  // matches no read
+        return fresh;
+    }
+    return static_cast<ChainCursor *>(GlobalLock(s.hIOStruct));
+}
+
 // One piece of the inner stream: seek the file there, read n bytes. Returns
 // what the read returned, or nothing when the file could not be positioned
 // there (then the read would take bytes from wherever the file was; the
@@ -60,7 +86,15 @@ std::optional<int32_t> ReadPiece(HZEPIO h, int64_t position, uint8_t *out, int32
 // have, piece by piece, to the end of the sector in which the read stopped.
 int32_t ReadLarge(HZEPIO h, ZEPIODATA &s, uint8_t *out, int64_t remaining) {
     Table fat(s.hFAT);
-    uint32_t sector = fat.Follow(s.Start, static_cast<uint64_t>(s.docOffset) / kSector);
+    const uint64_t firstIndex = static_cast<uint64_t>(s.docOffset) / kSector;
+    ChainCursor *cursor = Cursor(s);
+    uint32_t sector;
+    uint64_t index = firstIndex;
+    if (cursor != nullptr && cursor->fat == s.hFAT && cursor->start == s.Start && cursor->index <= firstIndex) {
+        sector = fat.Follow(cursor->sector, firstIndex - cursor->index);
+    } else {
+        sector = fat.Follow(s.Start, firstIndex);
+    }
     int32_t total = 0;
     while (remaining > 0) {
         int64_t within = s.docOffset % kSector;
@@ -85,8 +119,11 @@ int32_t ReadLarge(HZEPIO h, ZEPIODATA &s, uint8_t *out, int64_t remaining) {
         s.docOffset += static_cast<int32_t>(advance);
         total += static_cast<int32_t>(advance);
         remaining -= advance;
+        index += last - sector;
+        if (cursor != nullptr) *cursor = {s.hFAT, s.Start, static_cast<uint32_t>(index), last};
         if (shortRead) break;
         sector = fat.Next(last);
+        ++index;
     }
     return total;
 }

@@ -219,6 +219,7 @@ int32_t zepClose(HZEPIO h) {
     // A stream inside a document owns the allocation tables its opener made.
     GlobalFree(s->hFAT);
     GlobalFree(s->hMiniFAT);
+    GlobalFree(s->hIOStruct);
     GlobalFree(h);
     return result;
 }
