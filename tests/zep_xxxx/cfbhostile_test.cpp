@@ -237,3 +237,40 @@ TEST_F(HostileDocument, LongerChainThanTheStreamNeedsIsAccepted) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace zeptest;
+using namespace cfbtest;
+
+// Every allocation of an open, and of the reads after it, failed in turn:
+// each failure gives no handle and DOC_E_NOMEM (or, when the file stream
+// itself could not be had, DOC_E_OPEN), or a stream that still reads right;
+// nothing leaks.
+TEST(DocumentMemory, EveryAllocationFailureOfAnOpenAndReadIsReportedAndLeaksNothing) {
+    LeakCheck leaks;
+    TempDir dir;
+    std::string path = dir.Path("doc.ole");
+    std::vector<DocStream> streams = {{"Large", Pattern(9000, 1)}, {"Small", Pattern(700, 2)}};
+    WriteFile(path, BuildDoc(streams).bytes);
+    for (const DocStream &stream : streams) {
+        bool reachedTheEnd = false;
+        for (uint32_t n = 1; n < 50 && !reachedTheEnd; ++n) {
+            mivo4::mem::FailNth(n);
+            int32_t r = 12345;
+            HZEPIO h = docOpenStream(path.c_str(), stream.name.c_str(), &r);
+            if (h == 0) {
+                EXPECT_TRUE(r == DOC_E_NOMEM || r == DOC_E_OPEN) << n << ": " << r;
+                continue;
+            }
+            EXPECT_EQ(r, DOC_OK);
+            EXPECT_EQ(ReadAll(h, 1000), stream.data) << n;
+            reachedTheEnd = mivo4::mem::FailurePending();  // n is past every allocation made
+            mivo4::mem::FailNth(0);
+            EXPECT_EQ(zepClose(h), 0);
+        }
+        EXPECT_TRUE(reachedTheEnd);
+    }
+}
+
+}  // namespace
