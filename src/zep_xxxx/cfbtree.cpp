@@ -14,11 +14,26 @@ namespace {
 // unit), as the format asks. The tables come from the C.UTF-8 locale, taken
 // on its own so that the host's locale is left alone; where that locale is
 // missing only ASCII letters are upper-cased.
+// The locale lives as long as the module and is given back when it unloads.
+class UnicodeLocale {
+public:
+    UnicodeLocale() : locale_(newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr))) {}
+    ~UnicodeLocale() {
+        if (locale_ != static_cast<locale_t>(nullptr)) freelocale(locale_);
+    }
+    UnicodeLocale(const UnicodeLocale &) = delete;
+    UnicodeLocale &operator=(const UnicodeLocale &) = delete;
+    locale_t get() const { return locale_; }
+
+private:
+    locale_t locale_;
+};
+
 uint16_t UpperUnit(uint16_t unit) {
-    static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
+    static const UnicodeLocale unicode;
     if (unit >= 0xD800 && unit <= 0xDFFF) return unit;  // halves of a pair stay as they are
-    if (unicode != static_cast<locale_t>(nullptr)) {
-        wint_t upper = towupper_l(unit, unicode);
+    if (unicode.get() != static_cast<locale_t>(nullptr)) {
+        wint_t upper = towupper_l(unit, unicode.get());
         return upper <= 0xFFFF ? static_cast<uint16_t>(upper) : unit;
     }
     return unit >= 'a' && unit <= 'z' ? static_cast<uint16_t>(unit - 'a' + 'A') : unit;
