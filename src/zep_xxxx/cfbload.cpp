@@ -49,7 +49,12 @@ bool Document::ReadSector(uint32_t sector, uint8_t *out) const {
 }
 
 int32_t Document::Load(const char *file) {
-    h = zepOpen(file, nullptr, ZEP_OPEN_READ);
+    // zepOpen takes "stdin" and "stdout" for the standard streams; a document
+    // is always a named file, so those names mean files in the current
+    // directory here (and closing the stream never closes standard output).
+    std::string name = file;
+    if (name == "stdin" || name == "stdout") name = "./" + name;
+    h = zepOpen(name.c_str(), nullptr, ZEP_OPEN_READ);
     if (h == 0) return DOC_E_OPEN;
     ZEPIODATA *s = LockStream(h);
     int32_t length = 0;

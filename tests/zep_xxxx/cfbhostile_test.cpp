@@ -1,5 +1,7 @@
 // Damaged and hostile documents: each is refused with a reason and no
 // handle, never read outside a table, followed round a cycle or past the file.
+#include <fcntl.h>
+
 #include "zep_xxxx/cfbtest.h"
 
 namespace {
@@ -41,6 +43,23 @@ TEST_F(HostileDocument, HealthyDocumentOpensEveryStream) {
     EXPECT_EQ(Open(doc.bytes, "Small"), DOC_OK);
     EXPECT_EQ(Open(doc.bytes, "Empty"), DOC_OK);
     EXPECT_EQ(List(doc.bytes), DOC_OK);
+}
+
+TEST_F(HostileDocument, NamesOfTheStandardStreamsAreFilesInTheCurrentDirectory) {
+    LeakCheck leaks;
+    std::filesystem::path here = std::filesystem::current_path();
+    std::filesystem::current_path(dir.Path(""));
+    WriteFile("stdout", doc.bytes);
+    int32_t r = 0;
+    HZEPIO h = docOpenStream("stdout", "Small", &r);
+    EXPECT_EQ(r, DOC_OK);
+    ASSERT_NE(h, 0u);
+    EXPECT_EQ(ReadAll(h), Pattern(700, 2));
+    EXPECT_EQ(zepClose(h), 0);
+    EXPECT_EQ(docOpenStream("stdin", "Small", &r), 0u);
+    EXPECT_EQ(r, DOC_E_OPEN);
+    std::filesystem::current_path(here);
+    EXPECT_NE(::fcntl(STDOUT_FILENO, F_GETFD), -1) << "standard output is still open";
 }
 
 TEST_F(HostileDocument, TruncatedFilesAreRefused) {
