@@ -12,5 +12,7 @@ for b in $(find out/bench/bench -maxdepth 2 -type f -executable -name 'mivo4_ben
   echo "== $b"
   "$b" "$@"
 done
+echo "== compound documents: module, olefile and a plain read (pinned to core 0)"
+taskset -c 0 out/bench/bench/cfb_bench "$@"
 echo "== whole process: mivo4 export against gm convert"
 bash bench/whole/run.sh out/bench

@@ -12,4 +12,7 @@ cmake -S . -B out/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 cmake --build out/fuzz --target "$target"
 corpus=out/fuzz/corpus/$target
 mkdir -p "$corpus"
-exec out/fuzz/fuzz/"$target" "$corpus" fuzz/seeds/"$target" -max_total_time="$seconds" -max_len=4096
+# A target whose inputs are larger (whole documents) says so in seeds/TARGET.max_len.
+max_len=4096
+[ -f fuzz/seeds/"$target".max_len ] && max_len=$(cat fuzz/seeds/"$target".max_len)
+exec out/fuzz/fuzz/"$target" "$corpus" fuzz/seeds/"$target" -max_total_time="$seconds" -max_len="$max_len"

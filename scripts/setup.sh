@@ -9,6 +9,7 @@ packages=(
   libtiff-dev libpng-dev libjpeg62-turbo-dev
   graphicsmagick imagemagick
   help2man dpkg-dev file python3 time
+  libgsf-bin python3-olefile
 )
 
 missing=()

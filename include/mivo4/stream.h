@@ -75,4 +75,11 @@ MIVO4_API int32_t zepGetLineFormat(HZEPIO h);
 MIVO4_API void zepNativeToLE(uint8_t *destination, uint32_t value, int32_t n);
 MIVO4_API void zepNativeToBE(uint8_t *destination, uint32_t value, int32_t n);
 
+/* Records described by a layout descriptor: read from, or written to, the
+ * stream packed, and kept in memory with the host's natural alignment. */
+MIVO4_API int32_t zepReadStruct(HZEPIO h, const char *descriptor, void *memory, int32_t count);
+MIVO4_API int32_t zepWriteStruct(HZEPIO h, const char *descriptor, const void *memory, int32_t count);
+MIVO4_API int32_t GetPadWidth(const char *position);
+MIVO4_API const char *GetUnionSize(const char *position, int32_t *sizeOut);
+
 #endif /* MIVO4_STREAM_H */

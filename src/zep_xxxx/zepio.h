@@ -14,6 +14,7 @@
 //   12288-byte buffer of our own.
 #pragma once
 
+#include <mivo4/docfile.h>
 #include <mivo4/memory.h>
 #include <mivo4/stream.h>
 
@@ -107,14 +108,6 @@ inline constexpr int32_t kFileBufferSize = 12288;  // a file is read and written
 inline constexpr int32_t kCopyChunk = 4096;        // zepCopy moves this much per read
 inline constexpr uint8_t kEndMarker = 0xFF;        // appended to a written memory stream by zepClose
 inline constexpr uint32_t kOpenWriteBits = ZEP_OPEN_WRITE | ZEP_OPEN_UPDATE;
-
-// Streams that lie inside a compound document are read and positioned by the
-// document stream code, which installs its routines here. While none are
-// installed such a stream fails every read and seek with -1.
-using DocReadProc = int32_t (*)(HZEPIO h, void *buffer, int32_t count);
-using DocSeekProc = int32_t (*)(HZEPIO h, int32_t offset, int32_t whence);
-inline DocReadProc docReadProc = nullptr;
-inline DocSeekProc docSeekProc = nullptr;
 
 // The record of a live stream handle, or null for 0, a stale handle, or a
 // handle whose block is too small to be a stream record.

@@ -216,6 +216,10 @@ int32_t zepClose(HZEPIO h) {
         result = ReleaseFileSide(*s);
         if (flushed == -1) result = -1;
     }
+    // A stream inside a document owns the allocation tables its opener made.
+    GlobalFree(s->hFAT);
+    GlobalFree(s->hMiniFAT);
+    GlobalFree(s->hIOStruct);
     GlobalFree(h);
     return result;
 }

@@ -12,7 +12,7 @@ int32_t zepRead(HZEPIO h, void *buffer, int32_t count) {
     if (s == nullptr || count < 0) return 0;
     if (buffer == nullptr && count > 0) return -1;
     if (IsCallback(*s)) return CallHost(*s, ZEP_CB_READ, reinterpret_cast<intptr_t>(buffer), count);
-    if (s->isDocFile != 0) return docReadProc != nullptr ? docReadProc(h, buffer, count) : -1;
+    if (s->isDocFile != 0) return docRead(h, buffer, count);
 
     ZEPIOBUFFDATA &b = s->ZepIOBuff;
     auto *out = static_cast<uint8_t *>(buffer);

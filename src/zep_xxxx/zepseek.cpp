@@ -55,7 +55,7 @@ int32_t zepSeek(HZEPIO h, int32_t offset, int32_t whence) {
         int32_t where = offset;
         return CallHost(*s, ZEP_CB_SEEK, reinterpret_cast<intptr_t>(&where), whence);
     }
-    if (s->isDocFile != 0) return docSeekProc != nullptr ? docSeekProc(h, offset, whence) : -1;
+    if (s->isDocFile != 0) return docSeek(h, offset, whence);
 
     ZEPIOBUFFDATA &b = s->ZepIOBuff;
     int64_t here = int64_t{b.lBufOffset} + b.lNextBufChar;

@@ -151,6 +151,8 @@ TEST_F(HostView, EveryFoundationRoutineAndDataItemIsExported) {
         "zepReadLong", "zepReadFloat", "zepReadDouble", "zepWriteShort", "zepWriteLong",
         "zepWriteFloat", "zepWriteDouble", "zepReadLine", "zepWriteLine", "zepSetDataFormat",
         "zepGetDataFormat", "zepSetLineFormat", "zepGetLineFormat", "zepNativeToLE", "zepNativeToBE",
+        "zepReadStruct", "zepWriteStruct", "GetPadWidth", "GetUnionSize", "docRead", "docSeek",
+        "GetCurrentSect", "docOpenStream", "docListEntries",
         // profiles, setup profiles and option escapes
         "GetPrivateProfileString", "GetPrivateProfileInt", "WritePrivateProfileString",
         "GetProfileString", "GetProfileInt", "WriteProfileString", "INIopen", "INIclose",

@@ -287,41 +287,4 @@ TEST(AllocationFailure, CopyWhoseTargetCannotBeOpenedReportsTheBytesNotWritten) 
     EXPECT_FALSE(Exists(target));
 }
 
-TEST(DocumentStream, ReadsAndSeeksOfADocumentStreamGoToTheDocumentCode) {
-    LeakCheck leaks;
-    TempDir dir;
-    std::string path = dir.Path("doc.bin");
-    WriteFile(path, Pattern(100));
-    HZEPIO h = zepOpen(path.c_str(), nullptr, ZEP_OPEN_READ);
-    ASSERT_NE(h, 0u);
-    Record(h)->isDocFile = 1;
-    char c;
-    EXPECT_EQ(zepRead(h, &c, 1), -1) << "no document code installed";
-    EXPECT_EQ(zepSeek(h, 0, 0), -1);
-
-    static HZEPIO seenRead = 0, seenSeek = 0;
-    static int32_t seenCount = 0, seenOffset = 0, seenWhence = 0;
-    mivo4::zep::docReadProc = [](HZEPIO s, void *, int32_t count) -> int32_t {
-        seenRead = s;
-        seenCount = count;
-        return 42;
-    };
-    mivo4::zep::docSeekProc = [](HZEPIO s, int32_t offset, int32_t whence) -> int32_t {
-        seenSeek = s;
-        seenOffset = offset;
-        seenWhence = whence;
-        return 43;
-    };
-    EXPECT_EQ(zepRead(h, &c, 9), 42);
-    EXPECT_EQ(zepSeek(h, -3, 2), 43);
-    mivo4::zep::docReadProc = nullptr;
-    mivo4::zep::docSeekProc = nullptr;
-    EXPECT_EQ(seenRead, h);
-    EXPECT_EQ(seenCount, 9);
-    EXPECT_EQ(seenSeek, h);
-    EXPECT_EQ(seenOffset, -3);
-    EXPECT_EQ(seenWhence, 2);
-    EXPECT_EQ(zepClose(h), 0);
-}
-
 }  // namespace

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "cfb.h"
 #include "demo.h"
 #include "exporter.h"
 #include "gp4file.h"
@@ -33,6 +34,7 @@ const char kUsage[] =
     "  mivo4 decode FILE.cal OUT.pbm|OUT.png  decode a GP4 file to look at it\n"
     "  mivo4 module-info                      show the module's entry table and version\n"
     "                                          (also: mivo4 info with no file)\n"
+    "  mivo4 cfb list FILE | cat FILE STREAM  list or read the streams of a compound document\n"
     "\n"
     "export options:\n"
     "  --size screen|printer|user|picture     size mode (default: the profile's, else user)\n"
@@ -370,6 +372,7 @@ int runCli(int argc, char **argv) {
                 throw UsageError{"replay takes export options, a TRACE.ddt and an OUTPUT"};
             return replayCommand(modulePath, s, files[0], files[1]);
         }
+        if (command == "cfb") return cfbCommand(modulePath, args);
         if (command == "help") {
             std::fputs(kUsage, stdout);
             return 0;
