@@ -532,8 +532,9 @@ int32_t Encode(HZEPIO hOutFile, const uint8_t *hpInBuf, uint32_t dwSize, uint32_
     if (lpOut == nullptr) return -1;  // lost while growing; nothing of the band is written
     if (count != 0 && zepWriteChar(hOutFile, lpOut, static_cast<int32_t>(count)) <
                           static_cast<int32_t>(count)) {
-        // A short write leaves the stream in error and the export is over; the
-        // block is left as it is, locked.
+        // A short write leaves the stream in error and the export is over.
+        GlobalUnlock(hOut);
+        GlobalFree(hOut);
         return -1;
     }
     GlobalUnlock(hOut);
