@@ -80,6 +80,11 @@ int32_t ExportCellData(const char *pszFilename, ZEPRaster *r, const zepRasterInf
     bool inError = status::StreamInError(out);
     if (inError) status::StreamFailed(out);
     bool closed = zepClose(out) == 0;
+    if (!closed && opened.memoryBlock != 0) {
+        // A memory block that cannot take its end marker could not grow.
+        status::NoMemory();
+        closed = true;
+    }
     status::Finish(rendered, closed);
     // As at the GP4 driver's close, the reference row of the finished picture
     // is released.
