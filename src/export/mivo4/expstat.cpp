@@ -1,5 +1,6 @@
 #include "export/mivo4/expstat.h"
 
+#include <atomic>
 #include <cmath>
 
 #include "zep_xxxx/zepio.h"
@@ -26,10 +27,17 @@ Ledger &ledger() {
     return l;
 }
 
-// Each thread learns how its own last export ended: with several threads
-// exporting one after another, another thread's export cannot change the
-// answer between a thread's export and its question.
+// A thread that has exported learns how its own last export ended: with
+// several threads exporting one after another, another thread's export
+// cannot change the answer between a thread's export and its question. A
+// thread that has not exported learns how the module's last export ended.
 thread_local int32_t tLast = MIVO4_EXPORT_NONE;
+std::atomic<int32_t> gLast{MIVO4_EXPORT_NONE};
+
+void settle(int32_t status) {
+    tLast = status;
+    gLast.store(status, std::memory_order_relaxed);
+}
 
 }  // namespace
 
@@ -101,12 +109,15 @@ int32_t Finish(int32_t outputResult, bool closed) {
     } else {
         status = MIVO4_EXPORT_COMPLETE;
     }
-    tLast = status;
+    settle(status);
     return status;
 }
 
-void EndedEarly(int32_t status) { tLast = status; }
+void EndedEarly(int32_t status) { settle(status); }
 
 }  // namespace mivo4::exportstatus
 
-int32_t GetLastExportStatus(void) { return mivo4::exportstatus::tLast; }
+int32_t GetLastExportStatus(void) {
+    using namespace mivo4::exportstatus;
+    return tLast != MIVO4_EXPORT_NONE ? tLast : gLast.load(std::memory_order_relaxed);
+}

@@ -7,6 +7,11 @@
 #include <mivo4/memory.h>
 #include <mivo4/setup.h>
 
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -40,6 +45,17 @@ protected:
         EXPECT_EQ(mivo4::mem::LiveHandles(), before_) << "no handle leaked";
         std::remove(path_.c_str());
     }
+    // An export whose every write fails: a host stream that refuses them.
+    int32_t exportFailing(HostPicture &p) {
+        mivo4::test::gHostStream = &refusing_;
+        refusing_.failWrites = true;
+        xEscapeSetup(setup_, ESC_OUTPUT_CALLBACK, 4, reinterpret_cast<void *>(&mivo4::test::hostStreamProc),
+                     nullptr, 0);
+        int32_t rc = exportTo("host", p);
+        static_cast<Gp4_SetupData *>(GlobalLock(setup_))->pIOCBProc = nullptr;
+        GlobalUnlock(setup_);
+        return rc;
+    }
     int32_t exportTo(const char *name, HostPicture &p) {
         zepRasterInfoInput ri{96, 300, 300, p.r.cx, p.r.cy, 1280, 1078};
         return ExportCellData(name, &p.r, &ri, &import_);
@@ -48,14 +64,17 @@ protected:
     ZHANDLE setup_ = 0;
     IMPORT_OPTIONS import_{};
     EXPORT_OPTIONS options_{};
+    HostStream refusing_;
     uint32_t before_ = 0;
     std::string path_;
 };
 
-TEST_F(ExportStatus, NoExportYetOnAThreadIsNone) {
+TEST_F(ExportStatus, ThreadThatHasNotExportedLearnsTheModulesLastExport) {
+    HostPicture p(1, 8, 8, 9);
+    EXPECT_EQ(exportFailing(p), 0);
     int32_t seen = -1;
     std::thread([&] { seen = GetLastExportStatus(); }).join();
-    EXPECT_EQ(seen, MIVO4_EXPORT_NONE);
+    EXPECT_EQ(seen, MIVO4_EXPORT_WRITE_FAILED);
 }
 
 TEST_F(ExportStatus, WholePictureIsComplete) {
@@ -82,9 +101,39 @@ TEST_F(ExportStatus, StopAskedByTheHostIsStopped) {
 }
 
 TEST_F(ExportStatus, FullDiskIsAWriteFailure) {
+    // In a child whose file-size limit makes every write past 3000 bytes
+    // fail, as a full disk does; the header fits, the coded rows do not.
     HostPicture p(1, 300, 300, 4);
-    EXPECT_EQ(exportTo("/dev/full", p), 0) << "the documented answer";
-    EXPECT_EQ(GetLastExportStatus(), MIVO4_EXPORT_WRITE_FAILED);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limit = {3000, 3000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        int32_t rc = exportTo(path_.c_str(), p);
+        _exit(rc == 0 && GetLastExportStatus() == MIVO4_EXPORT_WRITE_FAILED ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        << "answer 0 as documented, and the status tells the write failed";
+}
+
+TEST_F(ExportStatus, SmallPictureOnAFullDiskIsAWriteFailureToo) {
+    // Everything fits the stream's buffer: the failure comes at the close.
+    HostPicture p(1, 8, 8, 14);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limit = {1000, 1000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        int32_t rc = exportTo(path_.c_str(), p);
+        _exit(rc == 0 && GetLastExportStatus() == MIVO4_EXPORT_WRITE_FAILED ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 TEST_F(ExportStatus, HostStreamRefusingWritesIsAWriteFailure) {
@@ -122,9 +171,14 @@ TEST_F(ExportStatus, NoMemoryForTheMemoryBlockIsNoMemory) {
 
 TEST_F(ExportStatus, EachThreadLearnsHowItsOwnLastExportEnded) {
     HostPicture p(1, 8, 8, 8);
-    EXPECT_EQ(exportTo("/dev/full", p), 0);
+    EXPECT_EQ(exportFailing(p), 0);
     ASSERT_EQ(GetLastExportStatus(), MIVO4_EXPORT_WRITE_FAILED);
-    std::thread([&] { exportTo(path_.c_str(), p); }).join();
+    int32_t other = -1;
+    std::thread([&] {
+        exportTo(path_.c_str(), p);
+        other = GetLastExportStatus();
+    }).join();
+    EXPECT_EQ(other, MIVO4_EXPORT_COMPLETE);
     EXPECT_EQ(GetLastExportStatus(), MIVO4_EXPORT_WRITE_FAILED) << "another thread's export";
 }
 
