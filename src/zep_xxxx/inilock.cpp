@@ -33,7 +33,10 @@ ProfileLock::ProfileLock(const std::string &profilePath) {
     // A lock file that its holder removed while we waited is no lock any
     // more: take the one that is there now.
     for (int attempt = 0; attempt < 100; ++attempt) {
-        int fd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        // Readable by all: another user writing the same profile locks the
+        // same file (a lock needs no write access to its file).
+        int fd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+        if (fd < 0 && errno == EACCES) fd = open(lockPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
         if (fd < 0) break;
         if (!lockWaiting(fd)) {
             close(fd);

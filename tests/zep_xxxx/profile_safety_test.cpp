@@ -179,7 +179,7 @@ TEST_F(ProfileSafety, TwoProcessesWritingThreeHundredKeysEachKeepAllSixHundred) 
         ASSERT_GE(children[c], 0);
         if (children[c] == 0) {
             for (int i = 0; i < 300; ++i) {
-                std::string key = "k" + std::to_string(c) + "_" + std::to_string(i);
+                std::string key = std::string("k") + std::to_string(c) + std::string("_") + std::to_string(i);
                 WritePrivateProfileString("S", key.c_str(), "v", "p.ini");
             }
             _exit(0);
@@ -193,7 +193,7 @@ TEST_F(ProfileSafety, TwoProcessesWritingThreeHundredKeysEachKeepAllSixHundred) 
     int kept = 0;
     for (int c = 0; c < 2; ++c)
         for (int i = 0; i < 300; ++i) {
-            std::string key = "k" + std::to_string(c) + "_" + std::to_string(i);
+            std::string key = std::string("k") + std::to_string(c) + std::string("_") + std::to_string(i);
             kept += get("p.ini", "S", key.c_str()) == "v" ? 1 : 0;
         }
     EXPECT_EQ(kept, 600);
@@ -226,11 +226,11 @@ TEST_F(ProfileSafety, FifoAsProfileIsRefusedAndNeverWaitedOn) {
 
 TEST_F(ProfileSafety, ManyKeysOfOneUnchangedProfileReadItOnce) {
     std::string text = "[S]\n";
-    for (int i = 0; i < 50; ++i) text += "k" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+    for (int i = 0; i < 50; ++i) text += std::string("k") + std::to_string(i) + std::string("=") + std::to_string(i) + "\n";
     spill("p.ini", text);
     uint64_t before = mivo4::ini::ReadCount();
     for (int i = 0; i < 50; ++i) {
-        std::string key = "k" + std::to_string(i);
+        std::string key = std::string("k") + std::to_string(i);
         EXPECT_EQ(get("p.ini", "S", key.c_str()), std::to_string(i));
         EXPECT_EQ(GetPrivateProfileInt("S", key.c_str(), -1, "p.ini"), i);
     }

@@ -28,7 +28,7 @@ protected:
         const char *base = std::getenv("MIVO4_TEST_TMP");
         std::filesystem::path root = base != nullptr ? base : std::filesystem::temp_directory_path();
         std::filesystem::create_directories(root);
-        path_ = (root / ("openwalk-" + std::to_string(::getpid()))).string();
+        path_ = (root / (std::string("openwalk-") + std::to_string(::getpid()))).string();
     }
     void TearDown() override { std::remove(path_.c_str()); }
     void existing() { std::ofstream(path_, std::ios::binary) << "some bytes of an existing file\n"; }
@@ -38,7 +38,7 @@ protected:
         testing::internal::CaptureStderr();
         uint32_t n = 1;
         for (; n < 1000; ++n) {
-            SCOPED_TRACE(std::string(what) + ": allocation " + std::to_string(n) + " fails");
+            SCOPED_TRACE(std::string(what) + std::string(": allocation ") + std::to_string(n) + " fails");
             const uint32_t live = mivo4::mem::LiveHandles();
             mivo4::mem::FailNth(n);
             HZEPIO h = open();
@@ -86,7 +86,7 @@ TEST_F(StreamOpenWalk, GrowingMemoryBlock) {
     testing::internal::CaptureStderr();
     uint32_t n = 1;
     for (; n < 1000; ++n) {
-        SCOPED_TRACE("memory: allocation " + std::to_string(n) + " fails");
+        SCOPED_TRACE(std::string("memory: allocation ") + std::to_string(n) + " fails");
         const uint32_t live = mivo4::mem::LiveHandles();
         ZHANDLE block = GlobalAlloc(GHND, 1);
         auto *memory = static_cast<uint8_t *>(GlobalLock(block));

@@ -211,13 +211,13 @@ TEST(ExportThreads, FourThreadsOfTwentyFiveExportsWriteWhatLoneExportsWrite) {
         j.import.lpExport = &j.options;
         j.ri = zepRasterInfoInput{96, 300, 100, j.picture->r.cx, j.picture->r.cy, 1280, 1078};
         ASSERT_EQ(xEscapeSetup(j.setup, ESC_RES_MODE, 8, j.mode, nullptr, 0), 1);
-        std::string reference = oracle::scratchPath("threads-ref-" + std::to_string(t));
+        std::string reference = oracle::scratchPath(std::string("threads-ref-") + std::to_string(t));
         ASSERT_EQ(ExportCellData(reference.c_str(), &j.picture->r, &j.ri, &j.import), 0);
         j.expected = oracle::readFile(reference);
         std::remove(reference.c_str());
         ASSERT_GT(j.expected.size(), 2048u);
         for (int i = 0; i < kRounds; ++i)
-            j.paths.push_back(oracle::scratchPath("threads-" + std::to_string(t) + "-" + std::to_string(i)));
+            j.paths.push_back(oracle::scratchPath(std::string("threads-") + std::to_string(t) + std::string("-") + std::to_string(i)));
     }
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {

@@ -39,7 +39,7 @@ TEST_F(SetupProfile, CreateSetupReadsItsProfileOnce) {
 
 TEST_F(SetupProfile, LargeProfileIsReadOnceAndStillGivesItsKeys) {
     std::string text = "[MIVO4]\n~Mode=Fax\n";
-    for (int i = 0; i < 20000; ++i) text += "[Other" + std::to_string(i) + "]\nkey=value\n";
+    for (int i = 0; i < 20000; ++i) text += std::string("[Other") + std::to_string(i) + "]\nkey=value\n";
     text += "[Fax]\nDriver=GP4.1\nResolution Mode=780\n";
     spill("big.ini", text);
     uint64_t before = mivo4::ini::ReadCount();

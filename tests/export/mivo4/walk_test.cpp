@@ -35,7 +35,7 @@ void walk(const std::function<void(uint32_t)> &call, const char *what) {
     testing::internal::CaptureStderr();  // the memory layer reports each failure
     uint32_t n = 1;
     for (; n < kMostSteps; ++n) {
-        SCOPED_TRACE(std::string(what) + ": allocation " + std::to_string(n) + " fails");
+        SCOPED_TRACE(std::string(what) + std::string(": allocation ") + std::to_string(n) + " fails");
         mivo4::mem::FailNth(n);
         call(n);
         bool delivered = !mivo4::mem::FailurePending();
@@ -58,7 +58,7 @@ protected:
         ASSERT_NE(setup_, 0u);
         int32_t mode[2] = {783, 150};
         ASSERT_EQ(xEscapeSetup(setup_, ESC_RES_MODE, 8, mode, nullptr, 0), 1);
-        path_ = oracle::scratchPath("walk-" + std::to_string(std::get<0>(GetParam())));
+        path_ = oracle::scratchPath(std::string("walk-") + std::to_string(std::get<0>(GetParam())));
         import_.hOutputData = setup_;
         import_.lpExport = &options_;
         if (std::get<1>(GetParam()) == Way::Callback) {
@@ -117,7 +117,7 @@ TEST_P(ExportWalk, EveryAllocationFailureIsCompleteOrReportedAndLeaksNothing) {
         int32_t dpi;
     } pictures[] = {{61, 47, 100}, {90, 70, 300}, {240, 180, 150}};
     for (const auto &shape : pictures) {
-        SCOPED_TRACE("picture " + std::to_string(shape.width) + "x" + std::to_string(shape.height) + " at " +
+        SCOPED_TRACE(std::string("picture ") + std::to_string(shape.width) + std::string("x") + std::to_string(shape.height) + " at " +
                      std::to_string(shape.dpi) + " dpi");
         HostPicture p(depth, shape.width, shape.height, 9 + depth);
         std::vector<uint8_t> reference;
@@ -156,7 +156,7 @@ TEST_P(ExportWalk, EveryAllocationFailureIsCompleteOrReportedAndLeaksNothing) {
 
 std::string wayName(const testing::TestParamInfo<std::tuple<int, Way>> &info) {
     const char *ways[] = {"File", "Memory", "Callback"};
-    return "Depth" + std::to_string(std::get<0>(info.param)) + ways[static_cast<int>(std::get<1>(info.param))];
+    return std::string("Depth") + std::to_string(std::get<0>(info.param)) + ways[static_cast<int>(std::get<1>(info.param))];
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryDepthEveryWay, ExportWalk,

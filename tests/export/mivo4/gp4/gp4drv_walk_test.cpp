@@ -23,7 +23,7 @@ TEST(Gp4DriverWalk, OpenAndCloseUnderEveryAllocationFailureAnswerAsDocumentedAnd
         testing::internal::CaptureStderr();
         uint32_t n = 1;
         for (; n < 1000; ++n) {
-            SCOPED_TRACE("allocation " + std::to_string(n) + " fails");
+            SCOPED_TRACE(std::string("allocation ") + std::to_string(n) + " fails");
             const uint32_t live = mivo4::mem::LiveHandles();
             ZHANDLE setup = CreateSetup(0, "absent.ini", nullptr, nullptr);
             ASSERT_NE(setup, 0u);
