@@ -110,10 +110,16 @@ int32_t Finish(int32_t outputResult, bool closed) {
         status = MIVO4_EXPORT_COMPLETE;
     }
     settle(status);
+    // The refusal belonged to this picture: a band sent to the sink later
+    // (the raster driver's own pictures) is not refused for it.
+    ledger().refused = false;
     return status;
 }
 
-void EndedEarly(int32_t status) { settle(status); }
+void EndedEarly(int32_t status) {
+    settle(status);
+    ledger().refused = false;
+}
 
 }  // namespace mivo4::exportstatus
 
