@@ -160,6 +160,16 @@ TEST_F(ProfileSafety, WritableProfileInReadOnlyDirectoryIsRewrittenInPlace) {
     EXPECT_EQ(files, 1) << "nothing left beside it";
 }
 
+TEST_F(ProfileSafety, ProfileReachedThroughALinkIsReplacedAtItsTargetAndTheLinkStays) {
+    fs::create_directory("real");
+    spill("real/p.ini", kThreeSections);
+    fs::create_symlink("real/p.ini", "l.ini");
+    WritePrivateProfileString("S", "y", "9", "l.ini");
+    EXPECT_TRUE(fs::is_symlink("l.ini"));
+    EXPECT_EQ(slurp("real/p.ini"), "[A]\nx=1\n[S]\ny=9\n[Z]\nz=3\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator("real"), fs::directory_iterator{}), 1);
+}
+
 TEST_F(ProfileSafety, NoFileLeftBesideTheProfileAfterAWrite) {
     spill("p.ini", kThreeSections);
     WritePrivateProfileString("S", "y", "9", "p.ini");
