@@ -172,6 +172,7 @@ void writeProfile(const char *section, const char *key, const char *value, const
     }
     // Nothing to delete in a section that does not exist: the profile stays as it is.
     if (!changed) return;
+    if (ini::FaultAt(WriteFault::NoMemory)) throw std::bad_alloc();
     static const std::string kNothing;
     ini::Commit(path, w.text(), existed ? &old.st : nullptr,
                 old.profile != nullptr ? old.profile->bytes : kNothing);

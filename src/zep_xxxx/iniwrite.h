@@ -11,6 +11,7 @@ enum class WriteFault {
     Replace,     // putting the new version in place fails
     InPlace,     // the room for an in-place rewrite cannot be reserved
     KeepOwner,   // the new version cannot be given the old owner and group
+    NoMemory,    // memory runs out once the new version is composed
 };
 
 // Adds fault to those pending; None clears them all.

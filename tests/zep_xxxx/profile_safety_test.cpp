@@ -170,6 +170,17 @@ TEST_F(ProfileSafety, ProfileReachedThroughALinkIsReplacedAtItsTargetAndTheLinkS
     EXPECT_EQ(std::distance(fs::directory_iterator("real"), fs::directory_iterator{}), 1);
 }
 
+TEST_F(ProfileSafety, MemoryRunningOutDuringAWriteLeavesTheProfileAndAnswersZero) {
+    spill("p.ini", kThreeSections);
+    mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::NoMemory);
+    EXPECT_EQ(WritePrivateProfileString("S", "y", "9", "p.ini"), 0);
+    EXPECT_EQ(slurp("p.ini"), kThreeSections);
+    EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator{}), 1)
+        << "the lock is let go and removed";
+    WritePrivateProfileString("S", "y", "9", "p.ini");
+    EXPECT_EQ(slurp("p.ini"), "[A]\nx=1\n[S]\ny=9\n[Z]\nz=3\n") << "the next write is not locked out";
+}
+
 TEST_F(ProfileSafety, NoFileLeftBesideTheProfileAfterAWrite) {
     spill("p.ini", kThreeSections);
     WritePrivateProfileString("S", "y", "9", "p.ini");

@@ -205,9 +205,8 @@ TEST_F(SetupWalk, EscapeWithRetainKeepsTheProfileWholeOldOrNew) {
     const std::string written = slurp("p.ini");
     ASSERT_NE(written, kProfile);
     spill("p.ini", kProfile);
-    uint32_t runs = 0;
     testing::internal::CaptureStderr();
-    for (uint32_t n = 1; n < 1000; ++n, ++runs) {
+    for (uint32_t n = 1; n < 1000; ++n) {
         spill("p.ini", kProfile);
         const uint32_t live = mivo4::mem::LiveHandles();
         mivo4::mem::FailNth(n);
@@ -223,7 +222,6 @@ TEST_F(SetupWalk, EscapeWithRetainKeepsTheProfileWholeOldOrNew) {
         }
     }
     testing::internal::GetCapturedStderr();
-    EXPECT_GE(runs, 0u);
     DestroySetup(h);
 }
 
