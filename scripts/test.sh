@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the whole test suite twice: an optimised g++ build, and a clang++
 # AddressSanitizer + UndefinedBehaviorSanitizer build. Warnings are errors.
+# Then every fuzz target runs briefly (MIVO4_FUZZ_SECONDS, default 20 s each).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -20,3 +21,6 @@ cmake -S . -B out/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
 cmake --build out/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir out/asan -j "$jobs" --output-on-failure
+
+echo "== fuzz targets, briefly (clang, AddressSanitizer + UndefinedBehaviorSanitizer)"
+bash scripts/fuzz.sh all "${MIVO4_FUZZ_SECONDS:-20}"

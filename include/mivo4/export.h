@@ -56,6 +56,12 @@ MIVO4_API void AdjustAspect(double *NewSize, int32_t lWidth, int32_t lHeight);
 /* How the last export on this module ended. ExportCellData's own answer does
  * not carry what happened while the picture was rendered and coded, so a host
  * asks here before it keeps an output. Values of GetLastExportStatus: */
+/* (An export is an ExportCellData, or a GP4 driver open and close. A thread
+ * that has exported gets the status of its own last export; any other thread
+ * gets the module's last. Exports serialize on the module's lock; see
+ * setup.h. A picture whose output would
+ * be wider or taller than 65535 pixels, which the CALS header cannot state,
+ * is not written at all and reports MIVO4_EXPORT_NOTHING.) */
 #define MIVO4_EXPORT_NONE 0          /* no export has run in this process */
 #define MIVO4_EXPORT_COMPLETE 1      /* the whole picture was written and closed */
 #define MIVO4_EXPORT_STOPPED 2       /* the host's status callback asked to stop */

@@ -89,6 +89,17 @@ MIVO4_API char export_szDLLName[260];
 /* The filter's short name, turned to upper case by CreateSetup. */
 MIVO4_API char *szFilter;
 
+/* Threads: the module is one instance per process (the current setup, the
+ * coder's band state and the raster driver's state are global). CreateSetup,
+ * EditSetup, DestroySetup, xEscapeSetup, LoadProfile, ExportCellData,
+ * GetRasterInfo, AdjustAspect and the GP4 driver's initdvr and termdvr take
+ * one module-wide lock: called from several threads they run one at a time,
+ * each as it would alone. The raster driver (RASTER_dd_entry32) is a single
+ * instance: one driven picture at a time per process.
+ *
+ * A setup handle is one that CreateSetup returned and DestroySetup has not
+ * taken back; any other handle (a block of the host's, a destroyed setup)
+ * gets the answer of an invalid handle from every entry. */
 MIVO4_API ZHANDLE CreateSetup(uint32_t hInstance, const char *lpszProfile, const char *lpszDriver,
                               const char *lpszFileSpec);
 MIVO4_API int32_t EditSetup(ZHANDLE hSetup, ZEPFARPROC pfnHelp, uint32_t hParentWnd);
@@ -120,7 +131,9 @@ MIVO4_API int32_t SaveProfile(int32_t bFontTable);
 /* Sets or queries one option of a setup. nCount is the size in bytes of the
  * data at lpInData; Retain also keeps the new value in the setup's profile.
  * Returns 1 when carried out, 0 for an escape that is not handled, -1 for no
- * setup, a wrong size or a value out of range. */
+ * setup, a wrong size or a value out of range. No more than nCount bytes are
+ * read; a count too small for the escape's value is refused with -1.
+ * Escape 56 answers for the current setup, as GetRasterInfo does. */
 MIVO4_API int32_t xEscapeSetup(ZHANDLE hSetup, int32_t nEscape, int32_t nCount, void *lpInData,
                                void *lpOutData, int32_t Retain);
 

@@ -2,11 +2,13 @@
 #include <mivo4/profile.h>
 #include <mivo4/stream.h>
 #include <mivo4/util.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "zep_xxxx/iniload.h"
 #include "zep_xxxx/text.h"
 
 namespace {
@@ -23,13 +25,21 @@ std::string inInidir(const char *name) {
     return path + name;
 }
 
+// Only a regular file (or a name that does not exist yet) is opened as a
+// profile: a device or a FIFO is never read or written as one.
+bool profileOrNothing(const char *path) {
+    struct stat st;
+    return stat(path, &st) != 0 || S_ISREG(st.st_mode);
+}
+
 }  // namespace
 
 HZEPIO INIopen(char *name, uint32_t resolvedSize, uint32_t flags) {
     if (name == nullptr || name[0] == '\0') return 0;
-    if (HZEPIO h = zepOpen(name, nullptr, flags)) return h;
+    if (profileOrNothing(name))
+        if (HZEPIO h = zepOpen(name, nullptr, flags)) return h;
     std::string path = inInidir(name);
-    if (path.empty()) return 0;
+    if (path.empty() || !profileOrNothing(path.c_str())) return 0;
     HZEPIO h = zepOpen(path.c_str(), nullptr, flags);
     if (h != 0 && resolvedSize != 0) mivo4::copyText(name, resolvedSize, path.c_str());
     return h;
@@ -51,9 +61,11 @@ int32_t GetProfileDirectory(char *name, const char *modulePath) {
     std::string candidate = name;
     if (dir != nullptr && dir[0] != '\0' && std::strlen(dir) < kProfileNameSize)
         candidate = inInidir(name);
+    // The profile found is read (and kept) at once: the setup that is being
+    // made reads its keys from it next, without reading the file again. A
+    // file that is not a regular file is not a profile.
     for (const std::string &path : {candidate, std::string(name)}) {
-        if (HZEPIO h = zepOpen(path.c_str(), nullptr, ZEP_OPEN_READ)) {
-            zepClose(h);
+        if (mivo4::ini::LoadExact(path, true).state == mivo4::ini::State::Loaded) {
             mivo4::copyText(name, kProfileNameSize, path.c_str());
             return 0;
         }

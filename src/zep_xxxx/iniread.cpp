@@ -5,15 +5,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "zep_xxxx/iniline.h"
+#include "zep_xxxx/iniload.h"
 #include "zep_xxxx/text.h"
 
 namespace {
 
 using mivo4::ini::LineBuffer;
-using mivo4::ini::nextLine;
 
 // One enclosing pair of double quotes is removed; doubled quotes inside stay.
 void unquote(char *value) {
@@ -24,30 +25,30 @@ void unquote(char *value) {
     }
 }
 
-// Moves the stream to the first line after the section's header; false when
-// there is no such section. Every line that is not a comment is compared, the
-// way the section names of these files have always been found.
-bool findSection(HZEPIO h, const char *section) {
+// The index of the first line after the section's header, or none. Every
+// line that is not a comment counts as a header, the way the section names
+// of these files have always been found.
+std::optional<size_t> findSection(const mivo4::ini::Profile &p, const char *section) {
     LineBuffer wanted;
     mivo4::copyText(wanted, sizeof wanted, section);
     stripChars(wanted, 0);
-    LineBuffer line;
-    while (nextLine(h, line)) {
-        stripChars(line, 0);
-        if (line[0] == '\0' || line[0] == ';') continue;
-        if (stricmp(line, wanted) == 0) return true;
-    }
-    return false;
+    auto at = p.firstLine.find(mivo4::ini::SectionKey(wanted));
+    if (at == p.firstLine.end()) return std::nullopt;
+    return at->second + 1;
 }
 
-// Calls visit(name, value) for each entry of the section the stream stands in,
-// until visit returns false or the next section begins. The reader expects
-// name=value without blanks around "=": a blank before it belongs to the name.
+// Calls visit(name, value) for each entry of the section starting at line
+// first, until visit returns false or the next section begins. The reader
+// expects name=value without blanks around "=": a blank before it belongs to
+// the name.
 template <class Visit>
-void forEachEntry(HZEPIO h, Visit visit) {
-    LineBuffer line;
-    while (nextLine(h, line)) {
-        if (line[0] == '[') return;
+void forEachEntry(const mivo4::ini::Profile &p, size_t first, Visit visit) {
+    for (size_t i = first; i < p.lines.size(); ++i) {
+        const std::string_view raw = p.lines[i];
+        if (!raw.empty() && raw[0] == '[') return;
+        LineBuffer line;
+        std::memcpy(line, raw.data(), raw.size());
+        line[raw.size()] = '\0';
         stripChars(line, STRIP_KEEP_BRACKETS | STRIP_KEEP_QUOTES);
         if (line[0] == '\0' || line[0] == ';') continue;
         char *value = line + std::strlen(line);
@@ -71,12 +72,14 @@ uint32_t GetPrivateProfileString(const char *section, const char *key, const cha
     std::memcpy(buffer, defaultValue, result);
 
     if (file == nullptr || file[0] == '\0') return result;
-    std::string path = file;
-    HZEPIO h = INIopen(path.data(), 0, ZEP_OPEN_READ);
-    if (h == 0) return result;
-    if (findSection(h, section)) {
+    // A profile that is missing, or that is not a regular file, gives the
+    // default; the profile read last serves while it is unchanged.
+    const mivo4::ini::Found found = mivo4::ini::Load(file, true);
+    if (found.state != mivo4::ini::State::Loaded) return result;
+    const mivo4::ini::Profile &p = *found.profile;
+    if (std::optional<size_t> first = findSection(p, section)) {
         if (key != nullptr) {
-            forEachEntry(h, [&](char *name, char *value) {
+            forEachEntry(p, *first, [&](char *name, char *value) {
                 if (stricmp(name, key) != 0) return true;
                 unquote(value);
                 result = static_cast<uint32_t>(std::min<size_t>(std::strlen(value), size));
@@ -89,7 +92,7 @@ uint32_t GetPrivateProfileString(const char *section, const char *key, const cha
             // second zero byte while there is room.
             std::memset(buffer, 0, size);
             uint32_t offset = 0;
-            forEachEntry(h, [&](char *name, char *) {
+            forEachEntry(p, *first, [&](char *name, char *) {
                 uint32_t length = static_cast<uint32_t>(std::strlen(name));
                 if (static_cast<uint64_t>(offset) + length + 1 >= size) {
                     std::memcpy(buffer + offset, name, std::min(length, size - offset));
@@ -105,7 +108,6 @@ uint32_t GetPrivateProfileString(const char *section, const char *key, const cha
             result = offset;
         }
     }
-    INIclose(h);
     return result;
 }
 

@@ -307,12 +307,27 @@ TEST_F(Profiles, ProfileThatIsADirectoryGivesDefaultsAndIsNotReplaced) {
 
 class ProfileFailures : public Profiles {};
 
-TEST_F(ProfileFailures, TemporaryFileUnavailableLeavesTheProfileUnchanged) {
+TEST_F(ProfileFailures, NoFileBesideTheProfileRewritesItInPlaceWhenItsRoomIsReserved) {
+    const std::string before = "[s]\r\nk=1\r\n";
+    spill("p.ini", before);
+    struct stat was;
+    ASSERT_EQ(stat("p.ini", &was), 0);
+    mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::TempCreate);
+    EXPECT_EQ(WritePrivateProfileString("s", "k", "2", "p.ini"), 0);
+    EXPECT_EQ(slurp("p.ini"), "[s]\r\nk=2\r\n");
+    struct stat now;
+    ASSERT_EQ(stat("p.ini", &now), 0);
+    EXPECT_EQ(now.st_ino, was.st_ino) << "the profile's own file was rewritten";
+}
+
+TEST_F(ProfileFailures, InPlaceRewriteWithoutReservedRoomLeavesTheProfileUnchanged) {
     const std::string before = "[s]\r\nk=1\r\n";
     spill("p.ini", before);
     mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::TempCreate);
-    EXPECT_EQ(WritePrivateProfileString("s", "k", "2", "p.ini"), 0);
+    mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::InPlace);
+    WritePrivateProfileString("s", "k", "2", "p.ini");
     EXPECT_EQ(slurp("p.ini"), before);
+    mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::None);
 }
 
 TEST_F(ProfileFailures, FailedCopyBackLeavesTheProfileUnchangedAndNoLeftovers) {
@@ -351,17 +366,11 @@ TEST_F(ProfileFailures, DiskFullDuringTheWriteLeavesTheProfileUnchanged) {
     EXPECT_EQ(slurp("p.ini"), before);
 }
 
-TEST_F(ProfileFailures, UnwritableDirectoryLeavesTheProfileUnchanged) {
-    if (geteuid() == 0) {
-        // Root writes anywhere; the failing rename is shown by the fault hook instead.
-        mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::Replace);
-    }
-    fs::create_directory("ro");
-    spill("ro/p.ini", "[s]\nk=1\n");
-    chmod("ro", 0555);
-    WritePrivateProfileString("s", "k", "2", "ro/p.ini");
-    chmod("ro", 0755);
-    EXPECT_EQ(slurp("ro/p.ini"), "[s]\nk=1\n");
+TEST_F(ProfileFailures, FailedRenameLeavesTheProfileUnchanged) {
+    mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::Replace);
+    spill("p.ini", "[s]\nk=1\n");
+    WritePrivateProfileString("s", "k", "2", "p.ini");
+    EXPECT_EQ(slurp("p.ini"), "[s]\nk=1\n");
 }
 
 TEST_F(ProfileFailures, ProfileModeIsKeptAcrossAWrite) {

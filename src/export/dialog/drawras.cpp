@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "export/mivo4/expstat.h"
+
 namespace {
 
 // Copies count colour entries from the block `from` into dst; entries the
@@ -30,12 +32,19 @@ void takeTable(OFFSCREEN *o, DRAWRASINFO *info, ZHANDLE from, uint32_t count) {
         o->roColorTable = static_cast<VCD *>(zepPtrGlobalReAlloc(o->roColorTable, count * 3, GHND));
     }
     o->numcolors = static_cast<int16_t>(count);
-    if (o->roColorTable == nullptr) return;
+    if (o->roColorTable == nullptr) {
+        mivo4::exportstatus::NoMemory();
+        return;
+    }
     copyEntries(o->roColorTable, from, count);
-    // A copy that cannot be had is not reported: rendering goes on without it.
+    // A copy that cannot be had is not reported to the band loop: rendering
+    // goes on without it, and the export's status tells that it is not whole.
     info->hColorTable = GlobalAlloc(GHND, count * 3);
-    if (auto *copy = static_cast<VCD *>(GlobalLock(info->hColorTable)))
+    if (auto *copy = static_cast<VCD *>(GlobalLock(info->hColorTable))) {
         std::memcpy(copy, o->roColorTable, count * 3);
+    } else {
+        mivo4::exportstatus::NoMemory();
+    }
 }
 
 }  // namespace
@@ -70,6 +79,8 @@ uint32_t DrawInit(OFFSCREEN *o, DRAWINIT *init) {
         if (HreducedCt != 0) {
             takeTable(o, info, HreducedCt, ctSize);
             GlobalFree(HreducedCt);
+        } else {
+            mivo4::exportstatus::NoMemory();  // no table to reduce to
         }
     }
     GlobalUnlock(o->h);
@@ -96,8 +107,13 @@ ZHANDLE DrawRender(OFFSCREEN *o, uint32_t, uint32_t) {
     const ZHANDLE HRGBTable = info != nullptr ? info->hColorTable : 0;
     ZHANDLE Hdatabits = 0;
 
+    // Whatever step the colour library cannot make is left out of the picture
+    // (the band loop goes on); the export's status tells it is not whole.
     const bool shrunk = w < r->cx || h < r->cy;
-    if (shrunk) Hdatabits = rlShrinkBitmap(r->hBuffer, static_cast<int16_t>(r->depth), r->cx, r->cy, w, h);
+    if (shrunk) {
+        Hdatabits = rlShrinkBitmap(r->hBuffer, static_cast<int16_t>(r->depth), r->cx, r->cy, w, h);
+        if (Hdatabits == 0) mivo4::exportstatus::NoMemory();
+    }
     if (d != r->depth) {
         if (shrunk) {
             ZHANDLE converted = ChangeRes(Hdatabits, static_cast<uint16_t>(w), static_cast<uint16_t>(h),
@@ -110,6 +126,7 @@ ZHANDLE DrawRender(OFFSCREEN *o, uint32_t, uint32_t) {
             Hdatabits = ChangeRes(r->hBuffer, r->cx, r->cy, r->depth, d, r->hColorTable, HRGBTable,
                                   o->numcolors);
         }
+        if (Hdatabits == 0) mivo4::exportstatus::NoMemory();
     }
     if (w > r->cx || h > r->cy) {
         // The stretch is told the source's own size even after a shrink of the
@@ -119,6 +136,7 @@ ZHANDLE DrawRender(OFFSCREEN *o, uint32_t, uint32_t) {
                                             static_cast<int16_t>(d), r->cx, r->cy, w, h);
         if (Hdatabits != 0 && stretched != Hdatabits) rlFreeNewData(Hdatabits);
         Hdatabits = stretched;
+        if (Hdatabits == 0) mivo4::exportstatus::NoMemory();
     }
     if (info != nullptr) {
         if (info->hBandBuf != 0) rlFreeNewData(info->hBandBuf);

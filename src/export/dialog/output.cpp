@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "export/dialog/cellsink.h"
+#include "export/mivo4/expstat.h"
 
 namespace {
 
@@ -63,6 +64,8 @@ int32_t OutputPicture(HZEPIO FileHandle, void *pData, LPDRAWCALLBACK DrawProc) {
         numcolors = static_cast<int16_t>(1 << std::max<int16_t>(Precision, 0));
         // A table that cannot be had is passed on as none.
         pColors = static_cast<VCD *>(zepPtrGlobalAlloc(static_cast<uint32_t>(numcolors) * 3));
+        // The picture goes on without its table; its export is not whole.
+        if (pColors == nullptr) mivo4::exportstatus::NoMemory();
     }
 
     const uint32_t Width = toUnsigned(q->w);

@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "export/mivo4/modlock.h"
 #include "export/mivo4/rasinfo.h"
+#include "export/mivo4/setupreg.h"
 
 namespace {
 
@@ -77,10 +79,12 @@ int32_t inches(Gp4_SetupData &s, double &field, uint32_t keyId, const char *form
 }
 
 int32_t resolutionMode(Gp4_SetupData &s, const void *in, int32_t nCount) {
-    if (in == nullptr || nCount < 4) return kRefused;
+    // One value (4 bytes) or two (8 bytes or more): a count between the two
+    // cannot hold the second value and is not read as if it did.
+    if (in == nullptr || nCount < 4 || (nCount > 4 && nCount < 8)) return kRefused;
     int32_t values[2] = {0, 0};
     std::memcpy(&values[0], in, 4);
-    bool hasUser = nCount > 4;
+    bool hasUser = nCount >= 8;
     if (hasUser) std::memcpy(&values[1], static_cast<const uint8_t *>(in) + 4, 4);
     int32_t mode = values[0];
     if (mode < RES_200 || mode > RES_USER2) return kRefused;
@@ -133,10 +137,15 @@ int32_t escape(Gp4_SetupData &s, int32_t nEscape, int32_t nCount, void *in, void
     }
     case ESC_RASTER_INFO: {
         if (in == nullptr || out == nullptr) return kRefused;
+        if (nCount < static_cast<int32_t>(sizeof(zepRasterInfoInput))) return kRefused;
+        // The query answers for the current setup, as GetRasterInfo does,
+        // whatever setup carried the escape; with none there is nothing to
+        // answer from.
+        if (lpRaster == nullptr) return kRefused;
         zepRasterInfoInput rin;
         std::memcpy(&rin, in, sizeof rin);
         _outdata rout{};
-        mivo4::RasterInfo(s, rin, rout);
+        mivo4::RasterInfo(*lpRaster, rin, rout);
         std::memcpy(out, &rout, sizeof rout);
         return kHandled;
     }
@@ -165,7 +174,8 @@ int32_t escape(Gp4_SetupData &s, int32_t nEscape, int32_t nCount, void *in, void
 int32_t xEscapeSetup(ZHANDLE hSetup, int32_t nEscape, int32_t nCount, void *lpInData,
                      void *lpOutData, int32_t Retain) {
     if (hSetup == 0) return kRefused;
-    auto *s = static_cast<Gp4_SetupData *>(GlobalLock(hSetup));
+    mivo4::ModuleLock lock;
+    Gp4_SetupData *s = mivo4::setup::Lock(hSetup);
     if (s == nullptr) return kRefused;
     int32_t result = escape(*s, nEscape, nCount, lpInData, lpOutData, Retain != 0);
     GlobalUnlock(hSetup);

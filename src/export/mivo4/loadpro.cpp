@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "export/mivo4/modlock.h"
+
 namespace {
 
 // The key of a string-table identifier.
@@ -24,6 +26,7 @@ constexpr uint32_t kUserResolutionKey = 25;
 }  // namespace
 
 int32_t LoadProfile(int32_t) {
+    mivo4::ModuleLock lock;
     Gp4_SetupData *s = lpRaster;
     if (s == nullptr) return 0;
     const char *section = s->szDriver;

@@ -7,6 +7,7 @@
 
 #include <mivo4/sink.h>
 
+#include "export/mivo4/modlock.h"
 #include "zep_xxxx/truncate.h"
 
 namespace mivo4 {
@@ -73,11 +74,13 @@ void RasterInfo(Gp4_SetupData &s, const zepRasterInfoInput &rin, _outdata &rout)
 }  // namespace mivo4
 
 void GetRasterInfo(uint32_t, const zepRasterInfoInput *rin, _outdata *rout) {
+    mivo4::ModuleLock lock;
     if (lpRaster == nullptr || rin == nullptr || rout == nullptr) return;
     mivo4::RasterInfo(*lpRaster, *rin, *rout);
 }
 
 void AdjustAspect(double *NewSize, int32_t lWidth, int32_t lHeight) {
+    mivo4::ModuleLock lock;
     if (lpRaster == nullptr) return;
     mivo4::FitAspect(*lpRaster, NewSize, lWidth, lHeight);
 }

@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+#include "export/mivo4/modlock.h"
+#include "export/mivo4/setupreg.h"
 #include "zep_xxxx/text.h"
 
 ZHANDLE hRaster = 0;
@@ -25,8 +27,15 @@ void profileNameFromModule(char *out, size_t size) {
 }  // namespace
 
 ZHANDLE CreateSetup(uint32_t, const char *lpszProfile, const char *lpszDriver, const char *) {
+    mivo4::ModuleLock lock;
     ZHANDLE handle = GlobalAlloc(GHND, sizeof(Gp4_SetupData));
     if (handle == 0) return 0;
+    // A setup that could not be recorded could never be used: as if the
+    // record itself could not be had.
+    if (!mivo4::setup::Register(handle)) {
+        GlobalFree(handle);
+        return 0;
+    }
     hRaster = handle;
     lpRaster = static_cast<Gp4_SetupData *>(GlobalLock(handle));
     strupr(szFilter);
@@ -60,7 +69,8 @@ ZHANDLE CreateSetup(uint32_t, const char *lpszProfile, const char *lpszDriver, c
 }
 
 int32_t EditSetup(ZHANDLE hSetup, ZEPFARPROC pfnHelp, uint32_t) {
-    auto *setup = static_cast<Gp4_SetupData *>(GlobalLock(hSetup));
+    mivo4::ModuleLock lock;
+    Gp4_SetupData *setup = mivo4::setup::Lock(hSetup);
     if (setup == nullptr) return -1;
     hRaster = hSetup;
     lpRaster = setup;  // stays locked: it is the current record now
@@ -69,8 +79,10 @@ int32_t EditSetup(ZHANDLE hSetup, ZEPFARPROC pfnHelp, uint32_t) {
 }
 
 int32_t DestroySetup(ZHANDLE hSetup) {
-    auto *setup = static_cast<Gp4_SetupData *>(GlobalLock(hSetup));
+    mivo4::ModuleLock lock;
+    Gp4_SetupData *setup = mivo4::setup::Lock(hSetup);
     if (setup == nullptr) return 1;
+    mivo4::setup::Forget(hSetup);
     // The record owns the coder's reference row; it goes with the record.
     GlobalFree(setup->gp4_refLine);
     GlobalUnlock(hSetup);

@@ -24,6 +24,7 @@
 #include <memory>
 #include <new>
 
+#include "export/mivo4/expstat.h"
 #include "export/mivo4/gp4/g4find.h"
 
 namespace mivo4::g4 {
@@ -528,12 +529,19 @@ int32_t Encode(HZEPIO hOutFile, const uint8_t *hpInBuf, uint32_t dwSize, uint32_
     ZHANDLE hOut = GlobalAlloc(GHND, dwSize);
     if (hOut == 0) return -1;
     uint32_t count = Group4(hpInBuf, &hOut, nWidth, nHeight, BytesPerRow);
+    // Every row codes to at least one bit: no bytes is the coder's own
+    // memory failing. The answer stays as it always was; the export's
+    // status learns that the picture is not whole.
+    if (count == 0) mivo4::exportstatus::NoMemory();
     uint8_t *lpOut = Lock(hOut);
     if (lpOut == nullptr) return -1;  // lost while growing; nothing of the band is written
     if (count != 0 && zepWriteChar(hOutFile, lpOut, static_cast<int32_t>(count)) <
                           static_cast<int32_t>(count)) {
-        // A short write leaves the stream in error and the export is over; the
-        // block is left as it is, locked.
+        // A short write leaves the stream in error and the export is over;
+        // the export's status learns whether the output or memory failed.
+        mivo4::exportstatus::StreamFailed(hOutFile);
+        GlobalUnlock(hOut);
+        GlobalFree(hOut);
         return -1;
     }
     GlobalUnlock(hOut);

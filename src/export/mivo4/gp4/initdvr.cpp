@@ -6,8 +6,11 @@
 #include <mivo4/stream.h>
 #include <mivo4/util.h>
 
+#include "export/mivo4/expstat.h"
 #include "export/mivo4/gp4/gp4drv_state.h"
 #include "export/mivo4/gp4/gp4out.h"
+#include "export/mivo4/modlock.h"
+#include "export/mivo4/setupreg.h"
 #include "zep_xxxx/text.h"
 
 namespace mivo4::gp4 {
@@ -35,11 +38,14 @@ int32_t platformColorMode(int32_t nColorMode) {
 }  // namespace
 
 int32_t initdvr(VInitDriver *InitDvr) {
+    mivo4::ModuleLock lock;
+    mivo4::exportstatus::Start();
     if (InitDvr == nullptr) return kNoSetup;
-    hRaster = InitDvr->setup;
-    lpRaster = static_cast<Gp4_SetupData *>(GlobalLock(hRaster));
-    Gp4_SetupData *s = lpRaster;
+    // Only a setup made by CreateSetup is taken as one.
+    Gp4_SetupData *s = mivo4::setup::Lock(InitDvr->setup);
     if (s == nullptr) return kNoSetup;
+    hRaster = InitDvr->setup;
+    lpRaster = s;
 
     // A new picture: the coder's band state starts afresh, with a 1-byte
     // reference block that the first band replaces.

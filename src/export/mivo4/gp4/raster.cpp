@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "export/mivo4/expstat.h"
+
 void QueryCellFormat(double *Width, double *Height, int16_t *Depth, uint32_t *dpi, int16_t *,
                      uint8_t *bandingSupported) {
     Gp4_SetupData *s = lpRaster;
@@ -45,11 +47,16 @@ void QueryCellFormat(double *Width, double *Height, int16_t *Depth, uint32_t *dp
     }
     if (Depth != nullptr) *Depth = 1;
     if (bandingSupported != nullptr) *bandingSupported = 1;
+    if (Width != nullptr && Height != nullptr) mivo4::exportstatus::Sized(*Width, *Height);
 }
 
 int32_t BeginCellBitmap(HZEPIO hFile, uint32_t Width, uint32_t Height, int16_t, const VCD *lpCTable,
                         uint32_t *) {
     Gp4_SetupData *s = lpRaster;
+    // The header states the sizes in 16 bits: a picture it cannot describe is
+    // not written at all (not even its header), rather than written under a
+    // size that is not its own. The bands that follow are refused.
+    if (!mivo4::exportstatus::Begin(Width, Height)) return -1;
     GP4_HEADER header{};
     header.wRasterType = 1;
     header.wImageWidth = static_cast<uint16_t>(Width);
@@ -61,25 +68,37 @@ int32_t BeginCellBitmap(HZEPIO hFile, uint32_t Width, uint32_t Height, int16_t, 
     if (lpCTable != nullptr && s != nullptr) s->gp4_FGC = lpCTable[0].red;
     WriteGp4Hdr(hFile, &header);
     zepSeek(hFile, GP4_HEADER_SIZE, 0);
+    if (mivo4::exportstatus::StreamInError(hFile)) mivo4::exportstatus::StreamFailed(hFile);
     return -1;  // bands arrive bottom row first
 }
 
 int32_t WriteCellBits(HZEPIO hFile, ZHANDLE hBuffer, uint32_t Width, uint32_t Height,
                       int16_t BitsPerPixel, int16_t, uint32_t) {
-    if (hBuffer == 0) return 300;
+    namespace status = mivo4::exportstatus;
+    // A picture whose header could not be written takes no rows.
+    if (status::Refused()) return 300;
+    if (hBuffer == 0) {
+        status::NoMemory();  // the band that should have come could not be had
+        return 300;
+    }
     const auto *band = static_cast<const uint8_t *>(GlobalLock(hBuffer));
-    if (band == nullptr) return 300;
+    if (band == nullptr) {
+        status::NoMemory();
+        return 300;
+    }
     uint64_t packedRow = (static_cast<uint64_t>(Width) * static_cast<uint16_t>(BitsPerPixel) + 7) / 8;
     uint64_t paddedRow = (packedRow + 3) & ~uint64_t{3};
     uint64_t total = packedRow * Height;
     if (total > UINT32_MAX) {
         GlobalUnlock(hBuffer);
+        status::NoMemory();
         return 300;
     }
     ZHANDLE hWork = GlobalAlloc(GHND, static_cast<uint32_t>(total));
     auto *rows = static_cast<uint8_t *>(GlobalLock(hWork));
     if (rows == nullptr) {
         GlobalUnlock(hBuffer);
+        status::NoMemory();
         return 300;
     }
     // Turn the band top-down and drop the row padding. A band block shorter
@@ -99,6 +118,13 @@ int32_t WriteCellBits(HZEPIO hFile, ZHANDLE hBuffer, uint32_t Width, uint32_t He
     GlobalUnlock(hBuffer);
     GlobalUnlock(hWork);
     GlobalFree(hWork);
+    if (result == 0) {
+        status::Coded(Height);
+    } else if (status::StreamInError(hFile)) {
+        status::StreamFailed(hFile);
+    } else {
+        status::NoMemory();  // the coder's own blocks
+    }
     return result;
 }
 

@@ -9,7 +9,9 @@
 #include <mivo4/stream.h>
 #include <mivo4/util.h>
 
+#include "export/mivo4/expstat.h"
 #include "export/mivo4/gp4/gp4drv_state.h"
+#include "export/mivo4/modlock.h"
 
 namespace {
 constexpr int32_t kNothingToDraw = 300, kNoOutput = 303, kStopped = 901;
@@ -23,8 +25,13 @@ int32_t UpdateStatus(int32_t Temp) {
 }
 
 int32_t termdvr(void *) {
+    namespace status = mivo4::exportstatus;
+    mivo4::ModuleLock lock;
     Gp4_SetupData *s = lpRaster;
-    if (s == nullptr) return kNothingToDraw;
+    if (s == nullptr) {
+        status::EndedEarly(MIVO4_EXPORT_NOTHING);
+        return kNothingToDraw;
+    }
     mivo4::gp4::DriverState &d = mivo4::gp4::Driver();
 
     _metafile picture{};
@@ -38,10 +45,13 @@ int32_t termdvr(void *) {
     picture.hPlatDefined = s->hPlatHandle;
 
     int32_t result;
+    int32_t early = MIVO4_EXPORT_NONE;  // how it ended when no picture was output
     if (picture.pinfo.hMF == 0 || escape() != 0) {
         result = kNothingToDraw;
+        early = picture.pinfo.hMF == 0 ? MIVO4_EXPORT_NOTHING : MIVO4_EXPORT_STOPPED;
     } else {
         result = OutputPicture(s->FileHandle, &picture, DrawPlatformMetafile);
+        if (escape() != 0) early = MIVO4_EXPORT_STOPPED;
         // Stopped while rendering: the output file is removed (its stream is
         // closed below).
         if (escape() != 0) zepOpen(reinterpret_cast<const char *>(s->FileName), nullptr, ZEP_OPEN_DELETE);
@@ -49,9 +59,20 @@ int32_t termdvr(void *) {
     DeleteMetaFileHandle(picture.pinfo.hMF);
     int32_t platform = TermPlatformMetafileFilter(s->hInst);
 
+    int32_t rendered = result;
+    bool closed = true;
     if (s->FileHandle != 0) {
-        if (zepClose(s->FileHandle) != 0) result = kNoOutput;
+        if (status::StreamInError(s->FileHandle)) status::StreamFailed(s->FileHandle);
+        if (zepClose(s->FileHandle) != 0) {
+            result = kNoOutput;
+            closed = false;
+        }
         s->FileHandle = 0;
+    }
+    if (early != MIVO4_EXPORT_NONE) {
+        status::EndedEarly(early);
+    } else {
+        status::Finish(rendered, closed);
     }
     // A memory-block output went to the host through the export options; the
     // block may have moved while it grew, so the host gets its final handle.
