@@ -7,6 +7,14 @@
 // and treated as 0 (locks to null, frees nothing). Freed slots are reused in
 // first-in first-out order so that a stale handle stays recognisable for a long
 // time before its generation comes round again.
+//
+// Re-allocation always moves a block: the handle and the data pointer change
+// and the old ones are dead. A block that grows in small steps would then be
+// copied whole at every step; from kMappedFrom bytes on, a re-allocated block
+// lives in pages of its own, and moving it moves those pages to a new address
+// (the kernel moves page tables, whole 2 MiB tables where both addresses are
+// aligned to them) instead of copying bytes. Growing by small steps then
+// costs about the same per byte however large the block is.
 #include "zep_xxxx/memdebug.h"
 
 #include <mivo4/memory.h>
@@ -21,6 +29,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 namespace {
 
 constexpr uint32_t kSlotBits = 20;
@@ -30,6 +41,11 @@ constexpr uint32_t kMaxSlots = kSlotMask;  // slot + 1 must fit the slot bits
 
 static_assert(alignof(std::max_align_t) >= 8, "heap blocks must hold doubles");
 
+// Re-allocations to this many bytes or more go to pages of their own.
+constexpr uint32_t kMappedFrom = 64 * 1024;
+// Page tables move whole between addresses aligned to this.
+constexpr size_t kTableSpan = size_t{2} << 20;
+
 struct Slot {
     uint8_t *data = nullptr;   // the caller's bytes
     uint32_t length = 0;       // the length the caller asked for
@@ -37,7 +53,43 @@ struct Slot {
     uint32_t generation = 0;
     bool live = false;
     bool wrapped = false;      // made by GlobalPointerToHandle: data is not ours
+    size_t mapped = 0;         // pages of its own of this length; 0: a heap block
 };
+
+size_t pageSize() {
+    static const size_t size = [] {
+        long p = sysconf(_SC_PAGESIZE);
+        return p > 0 ? static_cast<size_t>(p) : size_t{4096};
+    }();
+    return size;
+}
+
+// The length of the pages a block of `size` bytes takes.
+size_t mappedLength(uint32_t size) {
+    const size_t page = pageSize();
+    return (std::max<size_t>(size, 1) + page - 1) / page * page;
+}
+
+// Address space for len bytes at a kTableSpan boundary, holding nothing yet;
+// null when there is none.
+uint8_t *reserveAligned(size_t len) {
+    const size_t span = len + kTableSpan;
+    void *p = mmap(nullptr, span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (p == MAP_FAILED) return nullptr;
+    const auto start = reinterpret_cast<uintptr_t>(p);
+    const uintptr_t aligned = (start + kTableSpan - 1) & ~uintptr_t{kTableSpan - 1};
+    if (aligned > start) munmap(p, aligned - start);
+    const uintptr_t end = start + span, used = aligned + len;
+    if (end > used) munmap(reinterpret_cast<void *>(used), end - used);
+    return reinterpret_cast<uint8_t *>(aligned);
+}
+
+void releaseData(uint8_t *data, size_t mapped) {
+    if (mapped != 0)
+        munmap(data, mapped);
+    else
+        std::free(data);
+}
 
 struct Table {
     Table() = default;
@@ -47,7 +99,7 @@ struct Table {
     // whatever blocks are still live with the table.
     ~Table() {
         for (Slot &s : slots)
-            if (s.live && !s.wrapped) std::free(s.data);
+            if (s.live && !s.wrapped) releaseData(s.data, s.mapped);
     }
 
     std::vector<Slot> slots;
@@ -106,7 +158,7 @@ uint32_t takeSlot() {
 void releaseSlot(uint32_t slot) {
     Table &t = table();
     Slot &s = t.slots[slot];
-    s = Slot{nullptr, 0, 0, s.generation + 1, false, false};
+    s = Slot{nullptr, 0, 0, s.generation + 1, false, false, 0};
     --t.live;
     try {
         t.freeSlots.push_back(slot);
@@ -168,6 +220,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
     s.flags = flags;
     s.live = true;
     s.wrapped = false;
+    s.mapped = 0;
     ++t.live;
     return handle;
 }
@@ -185,24 +238,99 @@ int32_t GlobalFree(ZHANDLE handle) {
     if (s == nullptr) return 0;
     if (!s->wrapped) {
         table().byData.erase(s->data);
-        std::free(s->data);
+        releaseData(s->data, s->mapped);
     }
     releaseSlot((handle & kSlotMask) - 1);
     return 0;
 }
 
-// The contents never stay in place: a fresh block is made, the common length
-// copied, and the old block freed in every case, even when the new one could
-// not be had. Callers re-lock after the call and never touch the old handle.
-ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
-    if (find(handle) == nullptr) return 0;
-    ZHANDLE fresh = GlobalAlloc(flags, newSize);
-    if (fresh != 0) {
-        const Slot *old = find(handle);
-        Slot *now = find(fresh);
-        std::memcpy(now->data, old->data, std::min(old->length, now->length));
-    }
+namespace {
+
+// A re-allocation that cannot be had: the old block is freed all the same.
+ZHANDLE failedReAlloc(ZHANDLE handle, uint32_t newSize) {
+    reportFailure(newSize);
     GlobalFree(handle);
+    return 0;
+}
+
+}  // namespace
+
+// The contents never stay in place: the block gets a new handle and a new
+// address, the common length is kept, and the old block is freed in every
+// case, even when the new one could not be had. Callers re-lock after the
+// call and never touch the old handle. Each call counts as one allocation
+// (and can be made to fail) whether or not it takes memory from the heap.
+ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
+    const Slot *found = find(handle);
+    if (found == nullptr) return 0;
+    if (found->wrapped) {
+        // The wrapped memory is the caller's: copied into a block of our own.
+        ZHANDLE fresh = GlobalAlloc(flags, newSize);
+        if (fresh != 0) {
+            const Slot *old = find(handle);
+            Slot *now = find(fresh);
+            std::memcpy(now->data, old->data, std::min(old->length, now->length));
+        }
+        GlobalFree(handle);
+        return fresh;
+    }
+    Table &t = table();
+    if (injectedFailure()) return failedReAlloc(handle, newSize);
+    const uint32_t slot = takeSlot();
+    if (slot == kMaxSlots) return failedReAlloc(handle, newSize);
+    Slot &old = *find(handle);  // the table may have grown under takeSlot
+
+    // The new address first, so that a failure leaves the old block whole
+    // until it is freed.
+    const bool toPages = newSize >= kMappedFrom;
+    const size_t mapped = toPages ? mappedLength(newSize) : 0;
+    uint8_t *data = toPages ? reserveAligned(mapped)
+                            : static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(newSize, 1), 1));
+    auto giveUp = [&] {
+        t.freeSlots.push_front(slot);
+        return failedReAlloc(handle, newSize);
+    };
+    if (data == nullptr) return giveUp();
+    const ZHANDLE fresh = makeHandle(slot, t.slots[slot].generation);
+    try {
+        t.byData.emplace(data, fresh);
+    } catch (const std::bad_alloc &) {
+        releaseData(data, mapped);
+        return giveUp();
+    }
+    const uint32_t kept = std::min(old.length, newSize);
+    if (toPages && old.mapped != 0) {
+        // The old pages move to the new address (grown or cut to the new
+        // length). Bytes past the old length up to the old pages' end may
+        // hold what an earlier, longer block left there: zeroed; pages past
+        // that are new and read zero.
+        if (mremap(old.data, old.mapped, mapped, MREMAP_MAYMOVE | MREMAP_FIXED, data) == MAP_FAILED) {
+            t.byData.erase(data);
+            munmap(data, mapped);
+            return giveUp();
+        }
+        if (newSize > old.length) std::memset(data + old.length, 0, std::min<size_t>(newSize, old.mapped) - old.length);
+    } else {
+        if (toPages &&
+            mmap(data, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) {
+            t.byData.erase(data);
+            munmap(data, mapped);
+            return giveUp();
+        }
+        std::memcpy(data, old.data, kept);
+        releaseData(old.data, old.mapped);
+    }
+    // The old handle is retired; its bytes were moved or freed above.
+    t.byData.erase(old.data);
+    releaseSlot((handle & kSlotMask) - 1);
+    Slot &s = t.slots[slot];
+    s.data = data;
+    s.length = newSize;
+    s.flags = flags;
+    s.live = true;
+    s.wrapped = false;
+    s.mapped = mapped;
+    ++t.live;
     return fresh;
 }
 
