@@ -14,6 +14,7 @@
 
 #include <mivo4/color.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -120,7 +121,10 @@ void ditherRow(const uint8_t *here, uint8_t *next, uint32_t width, const GreyCho
             bits[j >> 3] = static_cast<uint8_t>(acc);
             acc = 0;
         }
-        const int32_t after = Range_Chk[here[j + 1] + t.right[static_cast<size_t>(cur)]];
+        // The pixel to the right is the next one in hand: clamped without a
+        // table look-up (the same values as Range_Chk's), since each pixel
+        // waits for this sum.
+        const int32_t after = std::clamp(here[j + 1] + int32_t{t.right[static_cast<size_t>(cur)]}, 0, 255);
         if (next != nullptr) {
             under = Range_Chk[under + t.below[static_cast<size_t>(cur)]];
             if (j > 0) {
