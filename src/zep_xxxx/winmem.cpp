@@ -280,45 +280,56 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
     if (slot == kMaxSlots) return failedReAlloc(handle, newSize);
     Slot &old = *find(handle);  // the table may have grown under takeSlot
 
-    // The new address first, so that a failure leaves the old block whole
-    // until it is freed.
-    const bool toPages = newSize >= kMappedFrom;
-    const size_t mapped = toPages ? mappedLength(newSize) : 0;
-    uint8_t *data = toPages ? reserveAligned(mapped)
+    const ZHANDLE fresh = makeHandle(slot, t.slots[slot].generation);
+    const uint32_t kept = std::min(old.length, newSize);
+    uint8_t *data = nullptr;
+    size_t mapped = 0;
+    // Places the block at a new address, in pages of its own or on the heap;
+    // false, with the old block whole, when that address cannot be had. The
+    // new address is known to GlobalHandle before any byte moves, so that no
+    // failure can come after the old bytes are gone.
+    auto place = [&](bool paged) {
+        const size_t len = paged ? mappedLength(newSize) : 0;
+        uint8_t *at = paged ? reserveAligned(len)
                             : static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(newSize, 1), 1));
-    auto giveUp = [&] {
+        if (at == nullptr) return false;
+        try {
+            t.byData.emplace(at, fresh);
+        } catch (const std::bad_alloc &) {
+            releaseData(at, len);
+            return false;
+        }
+        if (paged) {
+            void *done = old.mapped != 0
+                             ? mremap(old.data, old.mapped, len, MREMAP_MAYMOVE | MREMAP_FIXED, at)
+                             : mmap(at, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+            if (done == MAP_FAILED) {
+                // The reserved range is left as it is: a failed fixed mapping
+                // may already have released it, and unmapping it then could
+                // take away what another thread has mapped there since.
+                t.byData.erase(at);
+                return false;
+            }
+        }
+        if (paged && old.mapped != 0) {
+            // The old pages moved (grown or cut to the new length). Bytes past
+            // the old length up to the old pages' end may hold what an
+            // earlier, longer block left there: zeroed; pages past that are
+            // new and read zero.
+            if (newSize > old.length)
+                std::memset(at + old.length, 0, std::min<size_t>(newSize, old.mapped) - old.length);
+        } else {
+            std::memcpy(at, old.data, kept);
+            releaseData(old.data, old.mapped);
+        }
+        data = at;
+        mapped = len;
+        return true;
+    };
+    // Pages that cannot be had (address space, mapping count) leave the heap.
+    if (!(newSize >= kMappedFrom && place(true)) && !place(false)) {
         t.freeSlots.push_front(slot);
         return failedReAlloc(handle, newSize);
-    };
-    if (data == nullptr) return giveUp();
-    const ZHANDLE fresh = makeHandle(slot, t.slots[slot].generation);
-    try {
-        t.byData.emplace(data, fresh);
-    } catch (const std::bad_alloc &) {
-        releaseData(data, mapped);
-        return giveUp();
-    }
-    const uint32_t kept = std::min(old.length, newSize);
-    if (toPages && old.mapped != 0) {
-        // The old pages move to the new address (grown or cut to the new
-        // length). Bytes past the old length up to the old pages' end may
-        // hold what an earlier, longer block left there: zeroed; pages past
-        // that are new and read zero.
-        if (mremap(old.data, old.mapped, mapped, MREMAP_MAYMOVE | MREMAP_FIXED, data) == MAP_FAILED) {
-            t.byData.erase(data);
-            munmap(data, mapped);
-            return giveUp();
-        }
-        if (newSize > old.length) std::memset(data + old.length, 0, std::min<size_t>(newSize, old.mapped) - old.length);
-    } else {
-        if (toPages &&
-            mmap(data, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) {
-            t.byData.erase(data);
-            munmap(data, mapped);
-            return giveUp();
-        }
-        std::memcpy(data, old.data, kept);
-        releaseData(old.data, old.mapped);
     }
     // The old handle is retired; its bytes were moved or freed above.
     t.byData.erase(old.data);
