@@ -7,7 +7,7 @@ packages=(
   g++ clang cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libtiff-dev libpng-dev libjpeg62-turbo-dev
-  graphicsmagick imagemagick
+  graphicsmagick imagemagick time
 )
 
 missing=()
