@@ -11,11 +11,14 @@
 // Re-allocation always moves a block: the handle and the data pointer change
 // and the old ones are dead. A block that grows in small steps would then be
 // copied whole at every step; from kMappedFrom bytes on, a re-allocated block
-// lives in pages of its own, and moving it moves those pages to a new address
+// lives in pages of its own, with room to grow and a spare range beside it,
+// and moving it moves those pages to the spare range (one call, whatever the
+// size) or, when it outgrows its room, to a new range half as large again
 // (the kernel moves page tables, whole 2 MiB tables where both addresses are
 // aligned to them) instead of copying bytes. Growing by small steps then
 // costs about the same per byte however large the block is.
 #include "zep_xxxx/memdebug.h"
+#include "zep_xxxx/winpages.h"
 
 #include <mivo4/memory.h>
 
@@ -29,9 +32,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 namespace {
 
 constexpr uint32_t kSlotBits = 20;
@@ -43,8 +43,8 @@ static_assert(alignof(std::max_align_t) >= 8, "heap blocks must hold doubles");
 
 // Re-allocations to this many bytes or more go to pages of their own.
 constexpr uint32_t kMappedFrom = 64 * 1024;
-// Page tables move whole between addresses aligned to this.
-constexpr size_t kTableSpan = size_t{2} << 20;
+
+using mivo4::mem::Pages;
 
 struct Slot {
     uint8_t *data = nullptr;   // the caller's bytes
@@ -53,42 +53,16 @@ struct Slot {
     uint32_t generation = 0;
     bool live = false;
     bool wrapped = false;      // made by GlobalPointerToHandle: data is not ours
-    size_t mapped = 0;         // pages of its own of this length; 0: a heap block
+    Pages pages{};             // pages of its own (data == pages.data); none: a heap block
 };
 
-size_t pageSize() {
-    static const size_t size = [] {
-        long p = sysconf(_SC_PAGESIZE);
-        return p > 0 ? static_cast<size_t>(p) : size_t{4096};
-    }();
-    return size;
-}
+bool paged(const Slot &s) { return s.pages.capacity != 0; }
 
-// The length of the pages a block of `size` bytes takes.
-size_t mappedLength(uint32_t size) {
-    const size_t page = pageSize();
-    return (std::max<size_t>(size, 1) + page - 1) / page * page;
-}
-
-// Address space for len bytes at a kTableSpan boundary, holding nothing yet;
-// null when there is none.
-uint8_t *reserveAligned(size_t len) {
-    const size_t span = len + kTableSpan;
-    void *p = mmap(nullptr, span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (p == MAP_FAILED) return nullptr;
-    const auto start = reinterpret_cast<uintptr_t>(p);
-    const uintptr_t aligned = (start + kTableSpan - 1) & ~uintptr_t{kTableSpan - 1};
-    if (aligned > start) munmap(p, aligned - start);
-    const uintptr_t end = start + span, used = aligned + len;
-    if (end > used) munmap(reinterpret_cast<void *>(used), end - used);
-    return reinterpret_cast<uint8_t *>(aligned);
-}
-
-void releaseData(uint8_t *data, size_t mapped) {
-    if (mapped != 0)
-        munmap(data, mapped);
+void releaseData(const Slot &s) {
+    if (paged(s))
+        mivo4::mem::ReleasePages(s.pages);
     else
-        std::free(data);
+        std::free(s.data);
 }
 
 struct Table {
@@ -99,7 +73,7 @@ struct Table {
     // whatever blocks are still live with the table.
     ~Table() {
         for (Slot &s : slots)
-            if (s.live && !s.wrapped) releaseData(s.data, s.mapped);
+            if (s.live && !s.wrapped) releaseData(s);
     }
 
     std::vector<Slot> slots;
@@ -158,7 +132,7 @@ uint32_t takeSlot() {
 void releaseSlot(uint32_t slot) {
     Table &t = table();
     Slot &s = t.slots[slot];
-    s = Slot{nullptr, 0, 0, s.generation + 1, false, false, 0};
+    s = Slot{nullptr, 0, 0, s.generation + 1, false, false, Pages{}};
     --t.live;
     try {
         t.freeSlots.push_back(slot);
@@ -220,7 +194,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
     s.flags = flags;
     s.live = true;
     s.wrapped = false;
-    s.mapped = 0;
+    s.pages = Pages{};
     ++t.live;
     return handle;
 }
@@ -238,7 +212,7 @@ int32_t GlobalFree(ZHANDLE handle) {
     if (s == nullptr) return 0;
     if (!s->wrapped) {
         table().byData.erase(s->data);
-        releaseData(s->data, s->mapped);
+        releaseData(*s);
     }
     releaseSlot((handle & kSlotMask) - 1);
     return 0;
@@ -283,51 +257,83 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
     const ZHANDLE fresh = makeHandle(slot, t.slots[slot].generation);
     const uint32_t kept = std::min(old.length, newSize);
     uint8_t *data = nullptr;
-    size_t mapped = 0;
-    // Places the block at a new address, in pages of its own or on the heap;
-    // false, with the old block whole, when that address cannot be had. The
-    // new address is known to GlobalHandle before any byte moves, so that no
-    // failure can come after the old bytes are gone.
-    auto place = [&](bool paged) {
-        const size_t len = paged ? mappedLength(newSize) : 0;
-        uint8_t *at = paged ? reserveAligned(len)
-                            : static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(newSize, 1), 1));
-        if (at == nullptr) return false;
+    Pages pages{};
+    // The new address is made known to GlobalHandle before any byte moves, so
+    // that no failure can come after the old bytes are gone.
+    auto know = [&](uint8_t *at) {
         try {
             t.byData.emplace(at, fresh);
+            return true;
         } catch (const std::bad_alloc &) {
-            releaseData(at, len);
             return false;
         }
-        if (paged) {
-            void *done = old.mapped != 0
-                             ? mremap(old.data, old.mapped, len, MREMAP_MAYMOVE | MREMAP_FIXED, at)
-                             : mmap(at, len, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
-            if (done == MAP_FAILED) {
-                // The reserved range is left as it is: a failed fixed mapping
-                // may already have released it, and unmapping it then could
-                // take away what another thread has mapped there since.
+    };
+    // In pages of its own. Past the block's length its pages read zero (kept
+    // so at every move), so growth within them needs no clearing.
+    auto placePaged = [&] {
+        if (paged(old) && newSize <= old.pages.capacity && newSize > old.pages.capacity / 4 &&
+            old.pages.spare != nullptr && know(old.pages.spare)) {
+            uint8_t *const at = old.pages.spare;
+            if (newSize < old.length) mivo4::mem::ClearRange(old.data, newSize, old.length);
+            Pages moved = old.pages;
+            if (mivo4::mem::MoveToSpare(moved)) {
+                old.pages = Pages{};  // now the new block's
+                data = moved.data;
+                pages = moved;
+                return true;
+            }
+            t.byData.erase(at);
+        }
+        // A new range with room to grow by half again (exactly the length
+        // when shrinking), and a spare range for the next move.
+        const size_t want = newSize > old.length ? size_t{newSize} + newSize / 2 : size_t{newSize};
+        const size_t capacity = mivo4::mem::PageRound(want);
+        uint8_t *at = mivo4::mem::ReserveAligned(capacity);
+        if (at == nullptr) return false;
+        if (!know(at)) {
+            mivo4::mem::ReleasePages(Pages{at, capacity, nullptr});
+            return false;
+        }
+        Pages moved = old.pages;
+        if (paged(old)) {
+            if (newSize < old.length) mivo4::mem::ClearRange(old.data, newSize, old.length);
+            if (!mivo4::mem::MoveTo(moved, at, capacity)) {
+                // The reserved range is left as it is: a failed fixed move may
+                // already have released it, and unmapping it then could take
+                // away what another thread has mapped there since.
                 t.byData.erase(at);
                 return false;
             }
-        }
-        if (paged && old.mapped != 0) {
-            // The old pages moved (grown or cut to the new length). Bytes past
-            // the old length up to the old pages' end may hold what an
-            // earlier, longer block left there: zeroed; pages past that are
-            // new and read zero.
-            if (newSize > old.length)
-                std::memset(at + old.length, 0, std::min<size_t>(newSize, old.mapped) - old.length);
+            old.pages = Pages{};
         } else {
+            if (!mivo4::mem::MapFresh(at, capacity)) {
+                t.byData.erase(at);  // the range is left as it is, as above
+                return false;
+            }
+            moved = Pages{at, capacity, nullptr};
             std::memcpy(at, old.data, kept);
-            releaseData(old.data, old.mapped);
+            std::free(old.data);
         }
+        moved.spare = mivo4::mem::ReserveAligned(capacity);  // none: the next move makes one
         data = at;
-        mapped = len;
+        pages = moved;
+        return true;
+    };
+    auto placeOnHeap = [&] {
+        auto *at = static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(newSize, 1), 1));
+        if (at == nullptr) return false;
+        if (!know(at)) {
+            std::free(at);
+            return false;
+        }
+        std::memcpy(at, old.data, kept);
+        releaseData(old);
+        old.pages = Pages{};
+        data = at;
         return true;
     };
     // Pages that cannot be had (address space, mapping count) leave the heap.
-    if (!(newSize >= kMappedFrom && place(true)) && !place(false)) {
+    if (!(newSize >= kMappedFrom && placePaged()) && !placeOnHeap()) {
         t.freeSlots.push_front(slot);
         return failedReAlloc(handle, newSize);
     }
@@ -340,7 +346,7 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
     s.flags = flags;
     s.live = true;
     s.wrapped = false;
-    s.mapped = mapped;
+    s.pages = pages;
     ++t.live;
     return fresh;
 }

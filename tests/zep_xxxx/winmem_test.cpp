@@ -4,6 +4,7 @@
 #include <mivo4/memory.h>
 
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "zep_xxxx/memdebug.h"
@@ -157,6 +158,49 @@ TEST(Memory, BytesRegainedAfterShrinkingALargeBlockReadZero) {
         for (uint32_t i = cut; i < 500000; ++i) ASSERT_EQ(p[i], 0) << cut << " " << i;
         GlobalFree(big);
     }
+}
+
+TEST(Memory, RandomReAllocationsMatchAPlainModelOfTheBytes) {
+    // Growing, shrinking, small steps and jumps, across the heap and paged
+    // sizes: after every call the block holds what a fresh copy would (the
+    // common length kept, the rest zero) and has moved.
+    std::mt19937 rng(616);
+    const uint32_t before = LiveHandles();
+    std::vector<unsigned char> model(1000, 0);
+    ZHANDLE h = GlobalAlloc(GHND, 1000);
+    for (int step = 0; step < 400; ++step) {
+        auto *p = static_cast<unsigned char *>(GlobalLock(h));
+        // Scribble over the block, the model alike.
+        for (int k = 0; k < 64 && !model.empty(); ++k) {
+            size_t at = rng() % model.size();
+            p[at] = model[at] = static_cast<unsigned char>(rng() | 1u);
+        }
+        if (!model.empty()) p[model.size() - 1] = model.back() = 0x7F;
+        const size_t now = model.size();
+        size_t next = 0;
+        switch (rng() % 6) {
+        case 0: next = now + 5000; break;
+        case 1: next = now + rng() % 300000; break;
+        case 2: next = now - std::min<size_t>(now, rng() % 5000); break;
+        case 3: next = now / (2 + rng() % 6); break;
+        case 4: next = rng() % 70000; break;
+        default: next = 60000 + rng() % 10000; break;
+        }
+        ZHANDLE g = GlobalReAlloc(h, static_cast<uint32_t>(next), GHND);
+        ASSERT_NE(g, 0u) << step;
+        ASSERT_NE(g, h);
+        ASSERT_EQ(GlobalLock(h), nullptr);
+        auto *q = static_cast<unsigned char *>(GlobalLock(g));
+        ASSERT_NE(q, p) << "step " << step << ": " << now << " -> " << next;
+        EXPECT_EQ(GlobalHandle(p), 0u);
+        EXPECT_EQ(GlobalHandle(q), g);
+        ASSERT_EQ(GlobalSize(g), next);
+        model.resize(next, 0);
+        ASSERT_EQ(std::memcmp(q, model.data(), next), 0) << "step " << step << ": " << now << " -> " << next;
+        h = g;
+    }
+    GlobalFree(h);
+    EXPECT_EQ(LiveHandles(), before);
 }
 
 TEST(Memory, ALargeBlockShrunkToAFewBytesKeepsThem) {
