@@ -2,8 +2,9 @@
 // (5000 bytes at a time, writing each new part): through GlobalReAlloc, and
 // beside it the plain way a re-allocation that always moves would go
 // (allocate, copy the common length, free). Reported per byte of the final
-// block (bytes_per_second), for final sizes from 1 MB to 64 MB (the copying only to 4 MB: it is quadratic): flat when
-// each step costs the same whatever the size.
+// block (bytes_per_second, CPU time), for final sizes from 1 MB to 64 MB (the
+// copying only to 4 MB: it is quadratic); flat when each step costs the same
+// whatever the size.
 #include <benchmark/benchmark.h>
 #include <mivo4/memory.h>
 
