@@ -7,9 +7,10 @@
 #   A0      the 24-bit page and the 1-bit page drawn at 9933 x 14043
 # each exported at its own size at 300 dpi. Each job runs REPS times (default
 # 7; BIG_REPS, default 3, for the A4@600 and A0 pictures) alternating the two
-# programs after one warm-up run each. Reported: the median wall time, the
-# ratio, the cost per pixel, and the peak resident memory (from
-# /usr/bin/time -v) also as a multiple of the input bitmap (the rows the host
+# programs after one warm-up run each. Reported: the median wall time and the
+# median CPU time (user + system, from /usr/bin/time -v: on a shared machine
+# the steadier of the two), their ratios, the cost per pixel, and the peak
+# resident memory also as a multiple of the input bitmap (the rows the host
 # hands the module, padded to 4 bytes). The table is printed in Markdown, with
 # the load average before and after.
 # usage: bench/whole/run.sh BUILD_DIR [REPS] [BIG_REPS]
@@ -42,16 +43,18 @@ mivo4, work, reps, big_reps = sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sy
 pin = ["taskset", "-c", "0"]
 
 def run(cmd):
-    """Wall time in seconds and peak resident memory in MiB of one process."""
+    """Wall time and CPU time in seconds, peak resident memory in MiB of one process."""
     t0 = time.perf_counter()
     p = subprocess.run(["/usr/bin/time", "-v"] + pin + cmd, stdout=subprocess.DEVNULL,
                        stderr=subprocess.PIPE, text=True)
     wall = time.perf_counter() - t0
     if p.returncode != 0:
         sys.exit("failed: %s\n%s" % (" ".join(cmd), p.stderr))
-    rss = next(int(l.split(":")[1]) for l in p.stderr.splitlines()
-               if "Maximum resident set size" in l)
-    return wall, rss / 1024.0
+    def field(name):
+        return next(l.split(": ")[1] for l in p.stderr.splitlines() if name in l)
+    rss = int(field("Maximum resident set size"))
+    cpu = float(field("User time (seconds)")) + float(field("System time (seconds)"))
+    return wall, rss / 1024.0, cpu
 
 def load():
     with open("/proc/loadavg") as f:
@@ -73,8 +76,8 @@ jobs = [
 ]
 print("load average before: %s" % load())
 print()
-print("| picture | size | mivo4 | gm convert | ratio | mivo4 ns/px | gm ns/px | mivo4 peak | peak / input | gm peak |")
-print("|---|---|---|---|---|---|---|---|---|---|")
+print("| picture | size | mivo4 wall | gm wall | ratio | mivo4 CPU | gm CPU | CPU ratio | mivo4 ns/px (CPU) | gm ns/px (CPU) | mivo4 peak | peak / input | gm peak |")
+print("|---|---|---|---|---|---|---|---|---|---|---|---|---|")
 sys.stdout.flush()
 for label, name, (w, h), bits, big in jobs:
     src = os.path.join(work, name)
@@ -86,11 +89,16 @@ for label, name, (w, h), bits, big in jobs:
     for _ in range(big_reps if big else reps):
         a.append(run(ours)); b.append(run(theirs))
     ta = statistics.median(x[0] for x in a); tb = statistics.median(x[0] for x in b)
+    ca = statistics.median(x[2] for x in a); cb = statistics.median(x[2] for x in b)
     ma = max(x[1] for x in a); mb = max(x[1] for x in b)
     px = w * h
     inputMiB = rowbytes(w, bits) * h / 1048576.0
-    print("| %s | %d × %d | %.3f s | %.3f s | %.3f× | %.1f | %.1f | %.1f MiB | %.2f× | %.1f MiB |" %
-          (label, w, h, ta, tb, ta / tb, ta * 1e9 / px, tb * 1e9 / px, ma, ma / inputMiB, mb))
+    # CPU times come in hundredths of a second: below that, no ratio.
+    cpu = lambda c: "%.2f s" % c if c >= 0.01 else "< 0.01 s"
+    measured = ca >= 0.01 and cb >= 0.01
+    print("| %s | %d × %d | %.3f s | %.3f s | %.3f× | %s | %s | %s | %s | %.1f | %.1f MiB | %.2f× | %.1f MiB |" %
+          (label, w, h, ta, tb, ta / tb, cpu(ca), cpu(cb), "%.3f×" % (ca / cb) if measured else "—",
+           "%.1f" % (ca * 1e9 / px) if ca >= 0.01 else "—", cb * 1e9 / px, ma, ma / inputMiB, mb))
     sys.stdout.flush()
 print()
 print("load average after: %s" % load())
