@@ -314,7 +314,8 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
             std::memcpy(at, old.data, kept);
             std::free(old.data);
         }
-        moved.spare = mivo4::mem::ReserveAligned(capacity);  // none: the next move makes one
+        // Without a spare range the next move takes the longer way, as here.
+        moved.spare = mivo4::mem::ReserveAligned(capacity);
         data = at;
         pages = moved;
         return true;
@@ -332,7 +333,7 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
         data = at;
         return true;
     };
-    // Pages that cannot be had (address space, mapping count) leave the heap.
+    // Where pages cannot be had (address space, mapping count), the heap.
     if (!(newSize >= kMappedFrom && placePaged()) && !placeOnHeap()) {
         t.freeSlots.push_front(slot);
         return failedReAlloc(handle, newSize);
