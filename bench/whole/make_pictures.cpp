@@ -2,8 +2,12 @@
 //   page24.ppm  a 24-bit A4 page at 300 dpi (2480 x 3508): soft colour
 //               gradients, photo-like blobs, colour bars and black text strokes
 //   page1.pbm   a 1-bit A4 page at 300 dpi: lines of text-like strokes
-// usage: make_pictures DIR
+// With a size, the same pages drawn at W x H (layout in proportion, strokes
+// scaled by W / 2480 rounded), as page24-WxH.ppm and page1-WxH.pbm.
+// usage: make_pictures DIR [W H]
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -11,7 +15,12 @@
 
 namespace {
 
-constexpr int W = 2480, H = 3508;
+int W = 2480, H = 3508;
+int K = 1;  // stroke scale
+
+// A layout position given for the 2480 x 3508 page, in proportion.
+int atX(int x) { return static_cast<int>(int64_t{x} * W / 2480); }
+int atY(int y) { return static_cast<int>(int64_t{y} * H / 3508); }
 
 struct Lcg {
     uint32_t s;
@@ -26,18 +35,18 @@ template <class Ink>
 void textLines(Lcg &rng, int x0, int x1, int y0, int y1, int lineHeight, Ink ink) {
     for (int y = y0; y + lineHeight <= y1; y += lineHeight) {
         int x = x0;
-        while (x < x1 - 40) {
+        while (x < x1 - 40 * K) {
             int letters = 2 + static_cast<int>(rng.next(8));
-            for (int l = 0; l < letters && x < x1 - 10; ++l) {
-                int w = 2 + static_cast<int>(rng.next(4)), h = 22 + static_cast<int>(rng.next(3)) * 8;
-                for (int yy = y + 38 - h; yy < y + 38; ++yy)
+            for (int l = 0; l < letters && x < x1 - 10 * K; ++l) {
+                int w = K * (2 + static_cast<int>(rng.next(4))), h = K * (22 + static_cast<int>(rng.next(3)) * 8);
+                for (int yy = y + 38 * K - h; yy < y + 38 * K; ++yy)
                     for (int xx = x; xx < x + w; ++xx) ink(xx, yy);
                 if (rng.next(3) == 0)
-                    for (int yy = y + 14; yy < y + 14 + w; ++yy)
-                        for (int xx = x; xx < x + 12; ++xx) ink(xx, yy);
-                x += w + 5 + static_cast<int>(rng.next(6));
+                    for (int yy = y + 14 * K; yy < y + 14 * K + w; ++yy)
+                        for (int xx = x; xx < x + 12 * K; ++xx) ink(xx, yy);
+                x += w + K * (5 + static_cast<int>(rng.next(6)));
             }
-            x += 18;
+            x += 18 * K;
         }
     }
 }
@@ -53,11 +62,19 @@ bool writeFile(const std::string &path, const std::string &header, const std::ve
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: make_pictures DIR\n");
+    if (argc != 2 && argc != 4) {
+        std::fprintf(stderr, "usage: make_pictures DIR [W H]\n");
         return 2;
     }
     const std::string dir = argv[1];
+    std::string suffix;
+    if (argc == 4) {
+        W = std::atoi(argv[2]);
+        H = std::atoi(argv[3]);
+        if (W < 100 || H < 100) return 2;
+        K = std::max(1, (W + 1240) / 2480);
+        suffix = "-" + std::to_string(W) + "x" + std::to_string(H);
+    }
 
     std::vector<uint8_t> rgb(static_cast<size_t>(W) * H * 3);
     for (int y = 0; y < H; ++y) {
@@ -73,28 +90,29 @@ int main(int argc, char **argv) {
         }
     }
     // A white text column over the lower half, with black text.
-    for (int y = 1800; y < 3400; ++y)
-        for (int x = 120; x < 2360; ++x) {
+    for (int y = atY(1800); y < atY(3400); ++y)
+        for (int x = atX(120); x < atX(2360); ++x) {
             uint8_t *p = &rgb[(static_cast<size_t>(y) * W + x) * 3];
             p[0] = p[1] = p[2] = 255;
         }
     Lcg rng{2024};
-    textLines(rng, 160, 2320, 1840, 3380, 56, [&](int x, int y) {
+    textLines(rng, atX(160), atX(2320), atY(1840), atY(3380), 56 * K, [&](int x, int y) {
         uint8_t *p = &rgb[(static_cast<size_t>(y) * W + x) * 3];
         p[0] = p[1] = p[2] = 0;
     });
-    if (!writeFile(dir + "/page24.ppm", "P6\n2480 3508\n255\n", rgb)) return 1;
+    const std::string size = std::to_string(W) + " " + std::to_string(H);
+    if (!writeFile(dir + "/page24" + suffix + ".ppm", "P6\n" + size + "\n255\n", rgb)) return 1;
 
     const size_t stride = (W + 7) / 8;
     std::vector<uint8_t> bits(stride * H);
     Lcg rng1{7};
     auto ink = [&](int x, int y) { bits[static_cast<size_t>(y) * stride + x / 8] |= static_cast<uint8_t>(0x80 >> (x % 8)); };
     // A heading, two columns of text and a rule.
-    for (int y = 200; y < 260; ++y)
-        for (int x = 200; x < 1600; x += 1) if ((x / 40) % 2 == 0) ink(x, y);
-    for (int y = 330; y < 334; ++y) for (int x = 200; x < 2280; ++x) ink(x, y);
-    textLines(rng1, 200, 1200, 400, 3300, 56, ink);
-    textLines(rng1, 1280, 2280, 400, 3300, 56, ink);
-    if (!writeFile(dir + "/page1.pbm", "P4\n2480 3508\n", bits)) return 1;
+    for (int y = atY(200); y < atY(260); ++y)
+        for (int x = atX(200); x < atX(1600); x += 1) if ((x / (40 * K)) % 2 == 0) ink(x, y);
+    for (int y = atY(330); y < atY(330) + 4 * K; ++y) for (int x = atX(200); x < atX(2280); ++x) ink(x, y);
+    textLines(rng1, atX(200), atX(1200), atY(400), atY(3300), 56 * K, ink);
+    textLines(rng1, atX(1280), atX(2280), atY(400), atY(3300), 56 * K, ink);
+    if (!writeFile(dir + "/page1" + suffix + ".pbm", "P4\n" + size + "\n", bits)) return 1;
     return 0;
 }

@@ -7,7 +7,18 @@
 // and treated as 0 (locks to null, frees nothing). Freed slots are reused in
 // first-in first-out order so that a stale handle stays recognisable for a long
 // time before its generation comes round again.
+//
+// Re-allocation always moves a block: the handle and the data pointer change
+// and the old ones are dead. A block that grows in small steps would then be
+// copied whole at every step; from kMappedFrom bytes on, a re-allocated block
+// lives in pages of its own, with room to grow and a spare range beside it,
+// and moving it moves those pages to the spare range (one call, whatever the
+// size) or, when it outgrows its room, to a new range half as large again
+// (the kernel moves page tables, whole 2 MiB tables where both addresses are
+// aligned to them) instead of copying bytes. Growing by small steps then
+// costs about the same per byte however large the block is.
 #include "zep_xxxx/memdebug.h"
+#include "zep_xxxx/winpages.h"
 
 #include <mivo4/memory.h>
 
@@ -30,6 +41,11 @@ constexpr uint32_t kMaxSlots = kSlotMask;  // slot + 1 must fit the slot bits
 
 static_assert(alignof(std::max_align_t) >= 8, "heap blocks must hold doubles");
 
+// Re-allocations to this many bytes or more go to pages of their own.
+constexpr uint32_t kMappedFrom = 64 * 1024;
+
+using mivo4::mem::Pages;
+
 struct Slot {
     uint8_t *data = nullptr;   // the caller's bytes
     uint32_t length = 0;       // the length the caller asked for
@@ -37,7 +53,17 @@ struct Slot {
     uint32_t generation = 0;
     bool live = false;
     bool wrapped = false;      // made by GlobalPointerToHandle: data is not ours
+    Pages pages{};             // pages of its own (data == pages.data); none: a heap block
 };
+
+bool paged(const Slot &s) { return s.pages.capacity != 0; }
+
+void releaseData(const Slot &s) {
+    if (paged(s))
+        mivo4::mem::ReleasePages(s.pages);
+    else
+        std::free(s.data);
+}
 
 struct Table {
     Table() = default;
@@ -47,7 +73,7 @@ struct Table {
     // whatever blocks are still live with the table.
     ~Table() {
         for (Slot &s : slots)
-            if (s.live && !s.wrapped) std::free(s.data);
+            if (s.live && !s.wrapped) releaseData(s);
     }
 
     std::vector<Slot> slots;
@@ -106,7 +132,7 @@ uint32_t takeSlot() {
 void releaseSlot(uint32_t slot) {
     Table &t = table();
     Slot &s = t.slots[slot];
-    s = Slot{nullptr, 0, 0, s.generation + 1, false, false};
+    s = Slot{nullptr, 0, 0, s.generation + 1, false, false, Pages{}};
     --t.live;
     try {
         t.freeSlots.push_back(slot);
@@ -168,6 +194,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
     s.flags = flags;
     s.live = true;
     s.wrapped = false;
+    s.pages = Pages{};
     ++t.live;
     return handle;
 }
@@ -185,24 +212,143 @@ int32_t GlobalFree(ZHANDLE handle) {
     if (s == nullptr) return 0;
     if (!s->wrapped) {
         table().byData.erase(s->data);
-        std::free(s->data);
+        releaseData(*s);
     }
     releaseSlot((handle & kSlotMask) - 1);
     return 0;
 }
 
-// The contents never stay in place: a fresh block is made, the common length
-// copied, and the old block freed in every case, even when the new one could
-// not be had. Callers re-lock after the call and never touch the old handle.
-ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
-    if (find(handle) == nullptr) return 0;
-    ZHANDLE fresh = GlobalAlloc(flags, newSize);
-    if (fresh != 0) {
-        const Slot *old = find(handle);
-        Slot *now = find(fresh);
-        std::memcpy(now->data, old->data, std::min(old->length, now->length));
-    }
+namespace {
+
+// A re-allocation that cannot be had: the old block is freed all the same.
+ZHANDLE failedReAlloc(ZHANDLE handle, uint32_t newSize) {
+    reportFailure(newSize);
     GlobalFree(handle);
+    return 0;
+}
+
+}  // namespace
+
+// The contents never stay in place: the block gets a new handle and a new
+// address, the common length is kept, and the old block is freed in every
+// case, even when the new one could not be had. Callers re-lock after the
+// call and never touch the old handle. Each call counts as one allocation
+// (and can be made to fail) whether or not it takes memory from the heap.
+ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
+    const Slot *found = find(handle);
+    if (found == nullptr) return 0;
+    if (found->wrapped) {
+        // The wrapped memory is the caller's: copied into a block of our own.
+        ZHANDLE fresh = GlobalAlloc(flags, newSize);
+        if (fresh != 0) {
+            const Slot *old = find(handle);
+            Slot *now = find(fresh);
+            std::memcpy(now->data, old->data, std::min(old->length, now->length));
+        }
+        GlobalFree(handle);
+        return fresh;
+    }
+    Table &t = table();
+    if (injectedFailure()) return failedReAlloc(handle, newSize);
+    const uint32_t slot = takeSlot();
+    if (slot == kMaxSlots) return failedReAlloc(handle, newSize);
+    Slot &old = *find(handle);  // the table may have grown under takeSlot
+
+    const ZHANDLE fresh = makeHandle(slot, t.slots[slot].generation);
+    const uint32_t kept = std::min(old.length, newSize);
+    uint8_t *data = nullptr;
+    Pages pages{};
+    // The new address is made known to GlobalHandle before any byte moves, so
+    // that no failure can come after the old bytes are gone.
+    auto know = [&](uint8_t *at) {
+        try {
+            t.byData.emplace(at, fresh);
+            return true;
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
+    };
+    // In pages of its own. Past the block's length its pages read zero (kept
+    // so at every move), so growth within them needs no clearing.
+    auto placePaged = [&] {
+        if (paged(old) && newSize <= old.pages.capacity && newSize > old.pages.capacity / 4 &&
+            old.pages.spare != nullptr && know(old.pages.spare)) {
+            uint8_t *const at = old.pages.spare;
+            if (newSize < old.length) mivo4::mem::ClearRange(old.data, newSize, old.length);
+            Pages moved = old.pages;
+            if (mivo4::mem::MoveToSpare(moved)) {
+                old.pages = Pages{};  // now the new block's
+                data = moved.data;
+                pages = moved;
+                return true;
+            }
+            t.byData.erase(at);
+        }
+        // A new range with room to grow by half again (exactly the length
+        // when shrinking), and a spare range for the next move.
+        const size_t want = newSize > old.length ? size_t{newSize} + newSize / 2 : size_t{newSize};
+        const size_t capacity = mivo4::mem::PageRound(want);
+        uint8_t *at = mivo4::mem::ReserveAligned(capacity);
+        if (at == nullptr) return false;
+        if (!know(at)) {
+            mivo4::mem::ReleasePages(Pages{at, capacity, nullptr});
+            return false;
+        }
+        Pages moved = old.pages;
+        if (paged(old)) {
+            if (newSize < old.length) mivo4::mem::ClearRange(old.data, newSize, old.length);
+            if (!mivo4::mem::MoveTo(moved, at, capacity)) {
+                // The reserved range is left as it is: a failed fixed move may
+                // already have released it, and unmapping it then could take
+                // away what another thread has mapped there since.
+                t.byData.erase(at);
+                return false;
+            }
+            old.pages = Pages{};
+        } else {
+            if (!mivo4::mem::MapFresh(at, capacity)) {
+                t.byData.erase(at);  // the range is left as it is, as above
+                return false;
+            }
+            moved = Pages{at, capacity, nullptr};
+            std::memcpy(at, old.data, kept);
+            std::free(old.data);
+        }
+        // Without a spare range the next move takes the longer way, as here.
+        moved.spare = mivo4::mem::ReserveAligned(capacity);
+        data = at;
+        pages = moved;
+        return true;
+    };
+    auto placeOnHeap = [&] {
+        auto *at = static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(newSize, 1), 1));
+        if (at == nullptr) return false;
+        if (!know(at)) {
+            std::free(at);
+            return false;
+        }
+        std::memcpy(at, old.data, kept);
+        releaseData(old);
+        old.pages = Pages{};
+        data = at;
+        return true;
+    };
+    // Where pages cannot be had (address space, mapping count), the heap.
+    if (!(newSize >= kMappedFrom && placePaged()) && !placeOnHeap()) {
+        t.freeSlots.push_front(slot);
+        return failedReAlloc(handle, newSize);
+    }
+    // The old handle is retired; its bytes were moved or freed above.
+    t.byData.erase(old.data);
+    releaseSlot((handle & kSlotMask) - 1);
+    Slot &s = t.slots[slot];
+    s.data = data;
+    s.length = newSize;
+    s.flags = flags;
+    s.live = true;
+    s.wrapped = false;
+    s.pages = pages;
+    ++t.live;
     return fresh;
 }
 

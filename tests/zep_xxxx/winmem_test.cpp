@@ -4,6 +4,7 @@
 #include <mivo4/memory.h>
 
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "zep_xxxx/memdebug.h"
@@ -100,6 +101,160 @@ TEST(Memory, FailedReAllocationReturnsZeroAndReleasesTheOldHandle) {
     EXPECT_FALSE(FailurePending());
     EXPECT_EQ(GlobalLock(h), nullptr);
     EXPECT_EQ(LiveHandles(), before);
+}
+
+// Bytes of a pattern that tells every position apart.
+unsigned char patternAt(size_t i) { return static_cast<unsigned char>((i * 131u + (i >> 8)) | 1u); }
+
+TEST(Memory, GrowingInSmallStepsToMegabytesKeepsEveryPromiseAtEveryStep) {
+    // As the coder grows its output: 5000 bytes at a time, writing the new
+    // bytes after each step. Every step moves the block, keeps what was
+    // written, zeroes what is new, and counts as one allocation.
+    uint32_t before = LiveHandles();
+    ZHANDLE h = GlobalAlloc(GHND, 5000);
+    auto *p = static_cast<unsigned char *>(GlobalLock(h));
+    for (size_t i = 0; i < 5000; ++i) p[i] = patternAt(i);
+    uint32_t size = 5000;
+    while (size < 3u * 1024 * 1024) {
+        const uint64_t allocations = mivo4::mem::AllocationCount();
+        ZHANDLE g = GlobalReAlloc(h, size + 5000, GHND);
+        ASSERT_NE(g, 0u) << size;
+        EXPECT_EQ(mivo4::mem::AllocationCount(), allocations + 1) << size;
+        ASSERT_NE(g, h);
+        EXPECT_EQ(GlobalLock(h), nullptr) << size;
+        EXPECT_EQ(GlobalHandle(p), 0u) << "the old data pointer is dead at " << size;
+        auto *q = static_cast<unsigned char *>(GlobalLock(g));
+        ASSERT_NE(q, p) << size;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(q) % 8, 0u);
+        EXPECT_EQ(GlobalHandle(q), g);
+        EXPECT_EQ(GlobalSize(g), size + 5000);
+        // The last bytes written are kept; the new ones read zero.
+        for (size_t i = size - 100; i < size; ++i) ASSERT_EQ(q[i], patternAt(i)) << size;
+        for (size_t i = size; i < size + 5000; ++i) ASSERT_EQ(q[i], 0) << size;
+        for (size_t i = size; i < size + 5000; ++i) q[i] = patternAt(i);
+        h = g;
+        p = q;
+        size += 5000;
+    }
+    for (size_t i = 0; i < size; ++i) ASSERT_EQ(p[i], patternAt(i)) << i;
+    GlobalFree(h);
+    EXPECT_EQ(LiveHandles(), before);
+}
+
+TEST(Memory, BytesRegainedAfterShrinkingALargeBlockReadZero) {
+    for (uint32_t cut : {100000u, 100003u, 131072u, 40000u, 1u}) {
+        ZHANDLE h = GlobalAlloc(GHND, 300000);
+        std::memset(GlobalLock(h), 0xAA, 300000);
+        h = GlobalReAlloc(h, 400000, GHND);
+        ASSERT_NE(h, 0u);
+        std::memset(GlobalLock(h), 0xBB, 400000);
+        ZHANDLE small = GlobalReAlloc(h, cut, GHND);
+        ASSERT_NE(small, 0u);
+        EXPECT_EQ(GlobalSize(small), cut);
+        ZHANDLE big = GlobalReAlloc(small, 500000, GHND);
+        ASSERT_NE(big, 0u);
+        auto *p = static_cast<unsigned char *>(GlobalLock(big));
+        for (uint32_t i = 0; i < cut; ++i) ASSERT_EQ(p[i], 0xBB) << cut << " " << i;
+        for (uint32_t i = cut; i < 500000; ++i) ASSERT_EQ(p[i], 0) << cut << " " << i;
+        GlobalFree(big);
+    }
+}
+
+TEST(Memory, RandomReAllocationsMatchAPlainModelOfTheBytes) {
+    // Growing, shrinking, small steps and jumps, across the heap and paged
+    // sizes: after every call the block holds what a fresh copy would (the
+    // common length kept, the rest zero) and has moved.
+    std::mt19937 rng(616);
+    const uint32_t before = LiveHandles();
+    std::vector<unsigned char> model(1000, 0);
+    ZHANDLE h = GlobalAlloc(GHND, 1000);
+    for (int step = 0; step < 400; ++step) {
+        auto *p = static_cast<unsigned char *>(GlobalLock(h));
+        // Scribble over the block, the model alike.
+        for (int k = 0; k < 64 && !model.empty(); ++k) {
+            size_t at = rng() % model.size();
+            p[at] = model[at] = static_cast<unsigned char>(rng() | 1u);
+        }
+        if (!model.empty()) p[model.size() - 1] = model.back() = 0x7F;
+        const size_t now = model.size();
+        size_t next = 0;
+        switch (rng() % 6) {
+        case 0: next = now + 5000; break;
+        case 1: next = now + rng() % 300000; break;
+        case 2: next = now - std::min<size_t>(now, rng() % 5000); break;
+        case 3: next = now / (2 + rng() % 6); break;
+        case 4: next = rng() % 70000; break;
+        default: next = 60000 + rng() % 10000; break;
+        }
+        ZHANDLE g = GlobalReAlloc(h, static_cast<uint32_t>(next), GHND);
+        ASSERT_NE(g, 0u) << step;
+        ASSERT_NE(g, h);
+        ASSERT_EQ(GlobalLock(h), nullptr);
+        auto *q = static_cast<unsigned char *>(GlobalLock(g));
+        ASSERT_NE(q, p) << "step " << step << ": " << now << " -> " << next;
+        EXPECT_EQ(GlobalHandle(p), 0u);
+        EXPECT_EQ(GlobalHandle(q), g);
+        ASSERT_EQ(GlobalSize(g), next);
+        model.resize(next, 0);
+        ASSERT_EQ(std::memcmp(q, model.data(), next), 0) << "step " << step << ": " << now << " -> " << next;
+        h = g;
+    }
+    GlobalFree(h);
+    EXPECT_EQ(LiveHandles(), before);
+}
+
+TEST(Memory, ALargeBlockShrunkToAFewBytesKeepsThem) {
+    ZHANDLE h = GlobalAlloc(GHND, 10);
+    h = GlobalReAlloc(h, 1u << 20, GHND);
+    ASSERT_NE(h, 0u);
+    auto *p = static_cast<unsigned char *>(GlobalLock(h));
+    for (int i = 0; i < 64; ++i) p[i] = static_cast<unsigned char>(i + 1);
+    ZHANDLE g = GlobalReAlloc(h, 64, GHND);
+    ASSERT_NE(g, 0u);
+    auto *q = static_cast<unsigned char *>(GlobalLock(g));
+    for (int i = 0; i < 64; ++i) EXPECT_EQ(q[i], i + 1);
+    EXPECT_EQ(GlobalSize(g), 64u);
+    ZHANDLE empty = GlobalReAlloc(g, 0, GHND);
+    ASSERT_NE(empty, 0u);
+    EXPECT_EQ(GlobalSize(empty), 0u);
+    GlobalFree(empty);
+}
+
+TEST(Memory, AFailedReAllocationOfALargeBlockReleasesItAndLeaksNothing) {
+    uint32_t before = LiveHandles();
+    for (uint32_t from : {10u, 70000u, 2000000u})
+        for (uint32_t to : {20u, 80000u, 3000000u}) {
+            ZHANDLE h = GlobalAlloc(GHND, from);
+            h = GlobalReAlloc(h, from, GHND);  // now in its own pages when large
+            ASSERT_NE(h, 0u);
+            FailNth(1);
+            testing::internal::CaptureStderr();
+            EXPECT_EQ(GlobalReAlloc(h, to, GHND), 0u) << from << " -> " << to;
+            testing::internal::GetCapturedStderr();
+            EXPECT_FALSE(FailurePending());
+            EXPECT_EQ(GlobalLock(h), nullptr);
+            EXPECT_EQ(LiveHandles(), before) << from << " -> " << to;
+            // The next one succeeds again.
+            ZHANDLE k = GlobalAlloc(GHND, from);
+            ZHANDLE g = GlobalReAlloc(k, to, GHND);
+            ASSERT_NE(g, 0u);
+            EXPECT_EQ(GlobalSize(g), to);
+            GlobalFree(g);
+        }
+    EXPECT_EQ(LiveHandles(), before);
+}
+
+TEST(Memory, AWrappedPointerReAllocatesIntoABlockOfItsOwn) {
+    unsigned char mine[16] = {9, 8, 7};
+    ZHANDLE h = GlobalPointerToHandle(mine, sizeof mine);
+    ZHANDLE g = GlobalReAlloc(h, 100000, GHND);
+    ASSERT_NE(g, 0u);
+    auto *p = static_cast<unsigned char *>(GlobalLock(g));
+    EXPECT_NE(p, mine);
+    EXPECT_EQ(p[2], 7);
+    EXPECT_EQ(p[50000], 0);
+    EXPECT_EQ(mine[0], 9) << "the wrapped memory is left alone";
+    GlobalFree(g);
 }
 
 TEST(Memory, CompactReportsMinFreeOrSixtyFourKilobytes) {

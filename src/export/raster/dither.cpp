@@ -9,6 +9,7 @@
 #include <new>
 
 #include "export/raster/colorlib.h"
+#include "export/raster/dithermono.h"
 
 using namespace mivo4::color;
 
@@ -309,13 +310,31 @@ ZHANDLE rlDitherBitmap(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth,
                        ZHANDLE Hsrcrgb, ZHANDLE *Hpnew_rgb) try {
     if (!validDitherDepth(dst_depth)) return 0;
     const ZHANDLE given = Hpnew_rgb != nullptr ? *Hpnew_rgb : 0;
-    Owned copy(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
-    if (copy.get() == 0) return 0;
+    const bool derive = (1u << dst_depth) > 2 && given == 0;
     Choice choice;
-    if (!chooseTable(copy.get(), w, h, dst_depth, given, (1u << dst_depth) > 2 && given == 0, choice))
-        return 0;
-    Owned made(choice.made ? choice.table : 0);
-    ZHANDLE result = ditherAndConvert(copy.get(), w, h, dst_depth, choice.table, choice.n);
+    Owned copy, made;
+    ZHANDLE result = 0;
+    if (!derive) {
+        // The table does not look at the pixels: it is chosen first, and a
+        // one-bit dither onto greys then reads the source rows directly.
+        if (!chooseTable(0, w, h, dst_depth, given, false, choice)) return 0;
+        made.reset(choice.made ? choice.table : 0);
+        if (dst_depth == 1 &&
+            ditherSourceToOneBit(Hdata, w, h, src_depth, Hsrcrgb, choice.table, choice.n, result)) {
+            if (result == 0) return 0;
+            made.release();
+            if (Hpnew_rgb != nullptr) *Hpnew_rgb = choice.table;
+            return result;
+        }
+        copy.reset(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
+        if (copy.get() == 0) return 0;
+    } else {
+        copy.reset(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
+        if (copy.get() == 0) return 0;
+        if (!chooseTable(copy.get(), w, h, dst_depth, given, true, choice)) return 0;
+        made.reset(choice.made ? choice.table : 0);
+    }
+    result = ditherAndConvert(copy.get(), w, h, dst_depth, choice.table, choice.n);
     if (result == 0) return 0;
     made.release();
     if (Hpnew_rgb != nullptr) *Hpnew_rgb = choice.table;
@@ -355,6 +374,9 @@ ZHANDLE rlDitherGivenCT(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_depth
                         ZHANDLE Hsrcrgb, ZHANDLE Hpnew_rgb, uint16_t numcolors) try {
     if (rlLockMemory(Hpnew_rgb) == nullptr) return 0;
     rlUnlockMemory(Hpnew_rgb);
+    if (ZHANDLE bits = 0;
+        dst_depth == 1 && ditherSourceToOneBit(Hdata, w, h, src_depth, Hsrcrgb, Hpnew_rgb, numcolors, bits))
+        return bits;
     Owned copy(rlConvertBitmapDepth(Hdata, w, h, src_depth, 24, Hsrcrgb, 0, 0));
     if (copy.get() == 0) return 0;
     return ditherAndConvert(copy.get(), w, h, dst_depth, Hpnew_rgb, numcolors);

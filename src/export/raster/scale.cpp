@@ -125,6 +125,19 @@ void RowScaler::scale(const uint8_t *src, uint8_t *dst) const {
     }
     // One and four bits: only the pixel's own bits change, so neighbours
     // sharing its byte keep what they hold.
+    if (identity_) {
+        // Every pixel from its own place (the one-row stretch of an odd height
+        // does this for every row): whole bytes copied, and in a last partial
+        // byte only the bits of the row's pixels.
+        const uint64_t bits = dx_ * static_cast<uint64_t>(d);
+        const auto whole = static_cast<size_t>(bits / 8);
+        std::memcpy(dst, src, whole);
+        if (bits % 8 != 0) {
+            const auto ours = static_cast<uint8_t>(0xFFu << (8 - bits % 8));
+            dst[whole] = static_cast<uint8_t>((dst[whole] & ~ours) | (src[whole] & ours));
+        }
+        return;
+    }
     for (uint64_t k = 0; k < dx_; ++k) {
         const int64_t x = from_[k];
         if (x == kUnwritten) continue;

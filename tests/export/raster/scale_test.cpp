@@ -85,6 +85,50 @@ TEST(Scaling, EveryDepthMatchesThePlainModelOnRandomSizes) {
         }
 }
 
+// Widths around multiples of 8, 32 and 64 pixels, where whole and partial
+// bytes and words meet.
+std::vector<uint32_t> edgeWidths() {
+    std::vector<uint32_t> w = {1, 2, 3, 5, 7};
+    for (uint32_t m : {8u, 16u, 32u, 64u, 128u, 192u})
+        for (uint32_t d : {m - 1, m, m + 1}) w.push_back(d);
+    return w;
+}
+
+TEST(Scaling, AHeightChangeAtTheSameWidthMatchesThePlainModel) {
+    // The horizontal map is the identity: rows are copied whole, not pixel by
+    // pixel. Odd heights stretched by one row (as the export makes heights
+    // even), even ones, and shrinks, at every depth.
+    std::mt19937 rng(21);
+    for (int depth : kDepths)
+        for (uint32_t w : edgeWidths())
+            for (int round = 0; round < 4; ++round) {
+                const uint32_t sy = 1 + rng() % 9;
+                const uint32_t dy = round == 0 ? sy + 1 : round == 1 ? sy : 1 + rng() % 17;
+                Bytes src = randomBitmap(rng, w, sy, depth);
+                ASSERT_EQ(scaled(src, depth, w, sy, w, dy), plainScale(src, depth, w, sy, w, dy))
+                    << depth << ": " << w << "x" << sy << " -> " << w << "x" << dy;
+            }
+}
+
+TEST(Scaling, ARowCopiedAtItsOwnWidthLeavesThePaddingBitsOfItsLastByte) {
+    // Into a destination full of ones: only the row's own pixels change.
+    std::mt19937 rng(22);
+    for (int depth : kDepths)
+        for (uint32_t w : edgeWidths())
+            for (bool stretch : {false, true}) {
+                Bytes src = randomBitmap(rng, w, 3, depth);
+                Bytes out(size_t{bpl(w, depth)} * 3, 0xFF), expected = out;
+                if (stretch)
+                    EXPECT_EQ(StretchX(src.data(), out.data(), static_cast<int16_t>(depth), w, 3, w), 0);
+                else
+                    EXPECT_EQ(ShrinkX(src.data(), out.data(), static_cast<int16_t>(depth), w, 3, w), 0);
+                for (uint32_t y = 0; y < 3; ++y)
+                    plainRow(src.data() + size_t{y} * bpl(w, depth), expected.data() + size_t{y} * bpl(w, depth),
+                             depth, w, w);
+                ASSERT_EQ(out, expected) << depth << ": width " << w << (stretch ? " stretch" : " shrink");
+            }
+}
+
 TEST(Scaling, OneAndFourBitRowsLeaveNeighbouringPixelsInAByteAlone) {
     Bytes zeros(4, 0);
     uint8_t dst1[4] = {0xFF, 0xFF, 0xFF, 0xFF};

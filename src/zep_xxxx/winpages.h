@@ -1,0 +1,48 @@
+// Blocks in pages of their own, for the handle allocator's large
+// re-allocated blocks: moved between addresses by moving their pages, never
+// by copying their bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace mivo4::mem {
+
+// A block's pages: `capacity` bytes at `data` (the block's length and then
+// zeros), and optionally a `spare` range of the same length holding nothing,
+// where the next move can put the pages with one call.
+struct Pages {
+    uint8_t *data = nullptr;
+    size_t capacity = 0;
+    uint8_t *spare = nullptr;
+};
+
+// Whole pages for `bytes` bytes (at least one page).
+size_t PageRound(size_t bytes);
+
+// Address space for len bytes at a 2 MiB boundary, holding nothing yet; null
+// when there is none. Page tables move whole between such addresses.
+uint8_t *ReserveAligned(size_t len);
+
+// Releases the pages and the spare range.
+void ReleasePages(const Pages &p);
+
+// Makes bytes [from, to) of the pages read zero: a partial page is cleared,
+// whole pages are given back to the system.
+void ClearRange(uint8_t *data, size_t from, size_t to);
+
+// Moves the pages to the spare range with one call, keeping the capacity; the
+// old range becomes the spare, holding nothing. False, with nothing changed,
+// when the system cannot (no spare, or a system without such moves).
+bool MoveToSpare(Pages &p);
+
+// Moves the pages to `at` (reserved by ReserveAligned for `capacity` bytes),
+// grown or cut to `capacity`; the old range and the old spare are released.
+// False, with the old pages untouched, when the move fails.
+bool MoveTo(Pages &p, uint8_t *at, size_t capacity);
+
+// Puts fresh zero pages at `at` (reserved for `capacity` bytes). False when
+// they cannot be had.
+bool MapFresh(uint8_t *at, size_t capacity);
+
+}  // namespace mivo4::mem
