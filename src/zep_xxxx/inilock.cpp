@@ -30,8 +30,8 @@ ProfileLock::ProfileLock(const std::string &profilePath) {
     std::string dir, base;
     SplitPath(profilePath, dir, base);
     const std::string lockPath = dir + "/." + base + ".lock";
-    // A lock file that its holder removed while we waited is no lock any
-    // more: take the one that is there now.
+    // A lock file that someone removed while we waited is no lock any more:
+    // take the one that is there now.
     for (int attempt = 0; attempt < 100; ++attempt) {
         // Readable by all: another user writing the same profile locks the
         // same file (a lock needs no write access to its file).
@@ -62,9 +62,11 @@ ProfileLock::ProfileLock(const std::string &profilePath) {
     }
 }
 
+// The lock file stays: a holder that removed it would let a waiter, still
+// queued on the removed file, hold "the" lock beside the next writer, who
+// locks a new file of the same name.
 ProfileLock::~ProfileLock() {
     if (fd_ < 0) return;
-    if (!lockPath_.empty()) unlink(lockPath_.c_str());
     flock(fd_, LOCK_UN);
     close(fd_);
 }

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 
+#include "zep_xxxx/profile_files.h"
 #include "zep_xxxx/iniload.h"
 #include "zep_xxxx/iniwrite.h"
 
@@ -152,12 +153,7 @@ TEST_F(ProfileSafety, WritableProfileInReadOnlyDirectoryIsRewrittenInPlace) {
     chmod("ro", 0555);
     ASSERT_TRUE(inChild([] { WritePrivateProfileString("S", "y", "9", "ro/p.ini"); }, true));
     EXPECT_EQ(slurp("ro/p.ini"), "[A]\nx=1\n[S]\ny=9\n[Z]\nz=3\n");
-    int files = 0;
-    for (const auto &e : fs::directory_iterator("ro")) {
-        (void)e;
-        ++files;
-    }
-    EXPECT_EQ(files, 1) << "nothing left beside it";
+    EXPECT_EQ(mivo4::test::filesBesideLocks("ro"), 1) << "nothing left beside it";
 }
 
 TEST_F(ProfileSafety, ProfileReachedThroughALinkIsReplacedAtItsTargetAndTheLinkStays) {
@@ -167,7 +163,7 @@ TEST_F(ProfileSafety, ProfileReachedThroughALinkIsReplacedAtItsTargetAndTheLinkS
     WritePrivateProfileString("S", "y", "9", "l.ini");
     EXPECT_TRUE(fs::is_symlink("l.ini"));
     EXPECT_EQ(slurp("real/p.ini"), "[A]\nx=1\n[S]\ny=9\n[Z]\nz=3\n");
-    EXPECT_EQ(std::distance(fs::directory_iterator("real"), fs::directory_iterator{}), 1);
+    EXPECT_EQ(mivo4::test::filesBesideLocks("real"), 1);
 }
 
 TEST_F(ProfileSafety, MemoryRunningOutDuringAWriteLeavesTheProfileAndAnswersZero) {
@@ -175,8 +171,7 @@ TEST_F(ProfileSafety, MemoryRunningOutDuringAWriteLeavesTheProfileAndAnswersZero
     mivo4::ini::InjectWriteFault(mivo4::ini::WriteFault::NoMemory);
     EXPECT_EQ(WritePrivateProfileString("S", "y", "9", "p.ini"), 0);
     EXPECT_EQ(slurp("p.ini"), kThreeSections);
-    EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator{}), 1)
-        << "the lock is let go and removed";
+    EXPECT_EQ(mivo4::test::filesBesideLocks("."), 1) << "nothing but the lock file is left beside it";
     WritePrivateProfileString("S", "y", "9", "p.ini");
     EXPECT_EQ(slurp("p.ini"), "[A]\nx=1\n[S]\ny=9\n[Z]\nz=3\n") << "the next write is not locked out";
 }
@@ -184,12 +179,7 @@ TEST_F(ProfileSafety, MemoryRunningOutDuringAWriteLeavesTheProfileAndAnswersZero
 TEST_F(ProfileSafety, NoFileLeftBesideTheProfileAfterAWrite) {
     spill("p.ini", kThreeSections);
     WritePrivateProfileString("S", "y", "9", "p.ini");
-    int files = 0;
-    for (const auto &e : fs::directory_iterator(".")) {
-        (void)e;
-        ++files;
-    }
-    EXPECT_EQ(files, 1) << "no lock or temporary file stays";
+    EXPECT_EQ(mivo4::test::filesBesideLocks("."), 1) << "no temporary file stays";
 }
 
 TEST_F(ProfileSafety, TwoProcessesWritingThreeHundredKeysEachKeepAllSixHundred) {
@@ -218,6 +208,19 @@ TEST_F(ProfileSafety, TwoProcessesWritingThreeHundredKeysEachKeepAllSixHundred) 
             kept += get("p.ini", "S", key.c_str()) == "v" ? 1 : 0;
         }
     EXPECT_EQ(kept, 600);
+}
+
+TEST_F(ProfileSafety, TheLockFileStaysSoThatEveryWriterLocksTheSameFile) {
+    spill("p.ini", "[S]\n");
+    WritePrivateProfileString("S", "a", "1", "p.ini");
+    struct stat first{};
+    ASSERT_EQ(stat(".p.ini.lock", &first), 0) << "the lock file is left in place";
+    WritePrivateProfileString("S", "b", "2", "p.ini");
+    struct stat second{};
+    ASSERT_EQ(stat(".p.ini.lock", &second), 0);
+    EXPECT_EQ(first.st_ino, second.st_ino) << "the next writer locked the same file";
+    EXPECT_EQ(get("p.ini", "S", "a"), "1");
+    EXPECT_EQ(get("p.ini", "S", "b"), "2");
 }
 
 TEST_F(ProfileSafety, DeviceAsProfileIsRefusedWithoutReading) {

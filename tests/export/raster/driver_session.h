@@ -55,7 +55,15 @@ public:
     template <class T>
     Element &put(size_t offset, T v) {
         if (bytes_.size() < offset + sizeof v) bytes_.resize(offset + sizeof v, 0);
+// g++ 12 misjudges the copy after the resize as overflowing a vector of 0-2 bytes.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wstringop-overflow"
+#endif
         std::memcpy(bytes_.data() + offset, &v, sizeof v);
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
         return *this;
     }
     Element &append(const std::vector<uint8_t> &b, size_t offset) {
