@@ -7,9 +7,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "gp4file.h"
+#include "signals.h"
 
 namespace mivo4::host {
 
@@ -45,20 +48,6 @@ namespace {
 
 // ---------------------------------------------------------------- status
 
-// The Ctrl-C of a user who wants to stop: the module hears it at its next
-// progress report and stops; a second Ctrl-C leaves at once, taking the
-// temporary file with it.
-volatile std::sig_atomic_t interruptRequested = 0;
-char pendingTemp[4096];
-
-extern "C" void onInterrupt(int) {
-    if (interruptRequested) {
-        if (pendingTemp[0] != '\0') ::unlink(pendingTemp);
-        ::_exit(130);
-    }
-    interruptRequested = 1;
-}
-
 struct ProgressState {
     bool show = false;
     int shown = -1;
@@ -84,7 +73,7 @@ int32_t statusCallback(intptr_t hostData, int32_t op, int32_t item, intptr_t, in
                        intptr_t) {
     auto *p = reinterpret_cast<ProgressState *>(hostData);
     if (op == kStatusProgress && item == 0 && p != nullptr) drawBar(*p, static_cast<int>(a5));
-    if ((op == kStatusProgress && item == 0) || op == kStatusAskAgain) return interruptRequested ? 1 : 0;
+    if ((op == kStatusProgress && item == 0) || op == kStatusAskAgain) return interruptRequested() ? 1 : 0;
     return 0;
 }
 
@@ -183,6 +172,20 @@ public:
         return loaded;
     }
 
+    // The sizing fields of the record, as the options left them.
+    struct Sizing {
+        int32_t sizeMode = 0, resMode = 0;
+        int xres = 0, yres = 0;
+    };
+    Sizing sizing() const {
+        Sizing z;
+        auto *rec = static_cast<Gp4_SetupData *>(api_.globalLock(handle_));
+        if (rec == nullptr) return z;
+        z = {rec->SizeMode, rec->ResMode, rec->XResolution, rec->YResolution};
+        api_.globalUnlock(handle_);
+        return z;
+    }
+
     int32_t escape(int32_t number, int32_t count, void *in, void *out = nullptr) {
         return api_.escapeSetup(handle_, number, count, in, out, 0);
     }
@@ -247,25 +250,104 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     std::vector<uint8_t> file = readWholeFile(out.tempPath(), error);
     if (!error.empty()) throw ExportError(error);
     report.bytes = file.size();
+    // In the file way the module writes by name and keeps its errors; a file
+    // system that is full is the usual reason for a short file.
+    auto failed = [&](const std::string &what) {
+        std::string full = s.mode == OutputMode::File ? out.writeFailure() : std::string();
+        return ExportError(!full.empty() ? full : what);
+    };
     if (file.size() <= 2048)
-        throw ExportError("the module wrote no picture (" + std::to_string(file.size()) +
-                          " bytes); is the output size too large for it?");
+        throw failed("the module wrote no picture (" + std::to_string(file.size()) + " bytes)");
     Gp4Header h = parseGp4Header(file);
-    if (!h.wellFormed || !h.width || !h.height)
-        throw ExportError("the module's output has no readable header");
+    if (!h.wellFormed || !h.width || !h.height) throw failed("the module's output has no readable header");
     report.width = *h.width;
     report.height = *h.height;
     report.density = h.density.value_or(0);
     if (!s.verify) return;
     std::vector<uint8_t> coded(file.begin() + 2048, file.end());
-    DecodeResult d = decodeG4(coded, *h.width, *h.height);
-    if (!d.picture)
-        throw ExportError("the module's output does not decode (" + d.problem + "); nothing was written");
+    file = {};
+    G4Check c = checkG4(coded, *h.width, *h.height);
+    if (!c.decodes)
+        throw failed("the module's output does not decode to the " + std::to_string(*h.width) + " x " +
+                     std::to_string(*h.height) + " pixels its header states (" + c.problem + "); nothing was written");
+    if (c.moreRows)
+        throw failed("the module's output holds more rows than the " + std::to_string(*h.height) +
+                     " its header states; nothing was written");
+}
+
+// The largest size a GP4 header holds.
+constexpr int64_t kLargestSide = 65535;
+
+// How large the bitmap export will make the picture, by the module's rule for
+// bitmaps: in size mode user a picture with a resolution keeps its inches,
+// any other picture is taken as points (72 to the inch, its resolution
+// dividing first); the output resolution is the setup's, or the picture's
+// when the setup has a user resolution. Heights are made even.
+void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int srcdpi, zepRasterInfoInput &ri) {
+    const Setup::Sizing z = setup.sizing();
+    const bool userRes = z.resMode == RES_USER && srcdpi != 0;
+    const double xres = userRes ? srcdpi : z.xres, yres = userRes ? srcdpi : z.yres;
+    double w = image.width, h = image.height;
+    if (srcdpi != 0) w /= srcdpi, h /= srcdpi;
+    if (!(z.sizeMode == SIZE_USER && srcdpi != 0)) w /= 72.0, h /= 72.0;
+    double width = xres > 0 ? std::trunc(w * xres) : std::trunc(w);
+    double height = yres > 0 ? std::trunc(h * yres) : std::trunc(h);
+    if (z.sizeMode == SIZE_USER && srcdpi != 0) {
+        // Here the module's own size query answers with the same rule; its
+        // answer, rounded up, stands where it is larger.
+        _outdata o{};
+        if (setup.escape(ESC_RASTER_INFO, static_cast<int32_t>(sizeof ri), &ri, &o) == 1 && o.width > 0 &&
+            o.height > 0) {
+            width = std::max(width, std::min<double>(o.width, w * xres));
+            height = std::max(height, std::min<double>(o.height, h * yres));
+        }
+    }
+    if (height >= 1) height = std::ceil(height / 2) * 2;
+    auto size = [&] { return inches(width) + " x " + inches(height); };
+    if (width < 1 || height < 1)
+        throw ExportError("the output would be " + size() + " pixels (" + inches(image.width) + " x " +
+                          inches(image.height) + " pixels at " + std::to_string(srcdpi) + " dpi to " +
+                          inches(xres) + " dpi); choose a higher --dpi or a lower --source-dpi");
+    if (width > kLargestSide || height > kLargestSide)
+        throw ExportError("the output would be " + size() + " pixels; a GP4 file holds at most " +
+                          std::to_string(kLargestSide) + " x " + std::to_string(kLargestSide) +
+                          "; choose a lower --dpi or a higher --source-dpi");
+}
+
+// A profile is read by name: anything but a regular file (a device, a FIFO)
+// would be read without end.
+void checkProfile(const std::string &profile) {
+    std::vector<std::string> candidates{profile};
+    if (profile.find('/') == std::string::npos)
+        if (const char *dir = std::getenv("INIDIR"); dir != nullptr && dir[0] != '\0')
+            candidates.push_back(std::string(dir) + "/" + profile);
+    for (const std::string &c : candidates) {
+        struct stat st;
+        if (stat(c.c_str(), &st) != 0) continue;
+        if (!S_ISREG(st.st_mode))
+            throw ExportError(c + ": not a regular file; a profile must be a file");
+        return;
+    }
+}
+
+// What the module says of the export it just made, in a user's words; empty
+// for a complete one or when the module cannot say.
+std::string exportStatusProblem(const ModuleApi &api) {
+    if (api.getLastExportStatus == nullptr) return {};
+    switch (api.getLastExportStatus()) {
+    case MIVO4_EXPORT_COMPLETE: return {};
+    case MIVO4_EXPORT_STOPPED: return "the export was stopped before the picture was complete";
+    case MIVO4_EXPORT_WRITE_FAILED: return "the module could not write the output";
+    case MIVO4_EXPORT_NO_MEMORY: return "the module ran out of memory; the output would be incomplete";
+    case MIVO4_EXPORT_NOTHING: return "the module wrote no picture (nothing to write, or a size a GP4 file cannot hold)";
+    case MIVO4_EXPORT_NONE: return "the module says no export ran";
+    default: return "the module reports an unknown export status " + std::to_string(api.getLastExportStatus());
+    }
 }
 
 }  // namespace
 
-bool exportInterrupted() { return interruptRequested != 0; }
+bool exportInterrupted() { return interruptRequested(); }
 
 size_t memoryOutputLength(const uint8_t *data, size_t size) {
     size_t n = size;
@@ -280,6 +362,7 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
     if (api.exportCellData == nullptr)
         throw ExportError(module.path() + ": this module has no bitmap export (its ExportCellData entry is empty)");
 
+    if (!settings.profile.empty()) checkProfile(settings.profile);
     Setup setup(api, settings);
     std::string profilePath;
     bool loaded = setup.profileLoaded(profilePath);
@@ -320,6 +403,7 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
     ri.picture_height = static_cast<int32_t>(image.height);
     ri.screen_width = settings.screenWidth;
     ri.screen_height = settings.screenHeight;
+    checkOutputSize(api, setup, image, srcdpi, ri);
 
     ProgressState progress{settings.progress, -1};
     HostStream hostStream{out.stream(), false};
@@ -342,17 +426,10 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
         name = out.destination();  // a label only: the callback writes the host's stream
     }
 
-    interruptRequested = 0;
-    std::snprintf(pendingTemp, sizeof pendingTemp, "%s", out.tempPath().c_str());
-    struct sigaction action{}, previous{};
-    action.sa_handler = onInterrupt;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, &previous);
-    // A shell that started us with Ctrl-C ignored (a background job) keeps it so.
-    if (previous.sa_handler == SIG_IGN) sigaction(SIGINT, &previous, nullptr);
+    clearInterruptRequest();
+    setGentleInterrupt(true);
     int32_t rc = api.exportCellData(name.c_str(), &r, &ri, &imp);
-    sigaction(SIGINT, &previous, nullptr);
-    pendingTemp[0] = '\0';
+    setGentleInterrupt(false);
     if (progress.show && progress.shown >= 0) std::fputc('\n', stderr);
 
     // The memory way: the block's handle comes back in hMF.
@@ -367,10 +444,14 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
         }
     } block{api, settings.mode == OutputMode::Memory ? x.hMF : 0};
 
-    if (interruptRequested) throw ExportError("stopped by the user", 130);
+    if (interruptRequested()) throw ExportError("stopped by the user", 130);
     if (rc != 0)
         throw ExportError(rc == 303 ? "the module could not open its output for " + out.destination()
                                     : "the module's export failed with code " + std::to_string(rc));
+    if (std::string problem = exportStatusProblem(api); !problem.empty()) {
+        std::string full = settings.mode == OutputMode::File ? out.writeFailure() : std::string();
+        throw ExportError(!full.empty() ? full : problem + "; nothing was written");
+    }
     if (settings.mode == OutputMode::Memory) {
         if (block.h == 0) throw ExportError("the module handed back no memory block");
         auto *data = static_cast<const uint8_t *>(api.globalLock(block.h));

@@ -25,7 +25,7 @@ struct ExportSettings {
     int screenWidth = 1280, screenHeight = 1078, screenDpi = 96;
     OutputMode mode = OutputMode::File;
     bool progress = false;
-    bool verify = false;  // decode the whole result before it is put in place
+    bool verify = true;  // decode the whole result before it is put in place
     std::string profile, modeName;
 };
 
