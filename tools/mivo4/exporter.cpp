@@ -298,8 +298,9 @@ void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int sr
         _outdata o{};
         if (setup.escape(ESC_RASTER_INFO, static_cast<int32_t>(sizeof ri), &ri, &o) == 1 && o.width > 0 &&
             o.height > 0) {
-            width = std::max(width, std::min<double>(o.width, w * xres));
-            height = std::max(height, std::min<double>(o.height, h * yres));
+            // Its answer is rounded up; beyond that rounding it wins.
+            if (o.width > width + 1) width = o.width;
+            if (o.height > height + 1) height = o.height;
         }
     }
     if (height >= 1) height = std::ceil(height / 2) * 2;
@@ -459,10 +460,10 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
         size_t length = data == nullptr ? SIZE_MAX : memoryOutputLength(data, size);
         if (length == SIZE_MAX) throw ExportError("the module's memory block has no end marker");
         if (std::fwrite(data, 1, length, out.stream()) != length || std::fflush(out.stream()) != 0)
-            throw ExportError(out.destination() + ": cannot write: " + std::strerror(errno));
+            throw ExportError(out.destination() + ": cannot write: " + errorText(errno));
     } else if (settings.mode == OutputMode::Callback) {
         if (hostStream.failed || std::fflush(out.stream()) != 0)
-            throw ExportError(out.destination() + ": cannot write: " + std::strerror(errno));
+            throw ExportError(out.destination() + ": cannot write: " + errorText(errno));
     }
     if (!out.closeStream()) throw ExportError(out.error());
 

@@ -73,15 +73,16 @@ bool syncFile(const std::string &path) {
 
 }  // namespace
 
+std::string errorText(int err) {
+    std::string text = std::strerror(err);
+    if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
 AtomicOutput::~AtomicOutput() { abandon(); }
 
 bool AtomicOutput::fail(const std::string &what, int err) {
-    error_ = what + (err != 0 ? std::string(": ") + std::strerror(err) : std::string());
-    // One line, lower case as the rest of the host's messages.
-    if (!error_.empty() && err != 0) {
-        size_t at = error_.size() - std::strlen(std::strerror(err));
-        error_[at] = static_cast<char>(std::tolower(static_cast<unsigned char>(error_[at])));
-    }
+    error_ = what + (err != 0 ? ": " + errorText(err) : std::string());
     return false;
 }
 

@@ -14,6 +14,10 @@
 
 namespace mivo4::host {
 
+// strerror's text in the host's own style: lower case, as in "no space left
+// on device".
+std::string errorText(int err);
+
 class AtomicOutput {
 public:
     AtomicOutput() = default;
