@@ -142,9 +142,10 @@ Gp4Header parseGp4Header(const std::vector<uint8_t> &file) {
         if (colon == std::string::npos || colon == 0) continue;
         std::string name = rec.substr(0, colon);
         auto it = std::find_if(seen.begin(), seen.end(), [&](const auto &p) { return p.first == name; });
+        const int count = it == seen.end() ? 1 : ++it->second;
         if (it == seen.end()) seen.emplace_back(name, 1);
-        else if (++it->second == 2) h.damage.push_back("the \"" + name + "\" record is given more than once");
-        if (it != seen.end() && it->second > 1) continue;  // the first one counts
+        if (count == 2) h.damage.push_back("the \"" + name + "\" record is given more than once");
+        if (count > 1) continue;  // the first one counts
         if (name == "rpelcnt") {
             // "rpelcnt: 001728,002200"
             size_t comma = rec.find(',');
