@@ -42,6 +42,13 @@ TEST(HostFaults, AJpegCutShortIsAnErrorUnlessTruncationIsAllowed) {
         auto jpeg = smallJpeg(96, 96, false, progressive);
         jpeg.resize(jpeg.size() * 6 / 10);
         writeBytes(dir / "cut.jpg", "", jpeg);
+        // The same data ending at an end marker: the scan is cut short too.
+        auto marked = jpeg;
+        marked.insert(marked.end(), {0xFF, 0xD9});
+        writeBytes(dir / "marked.jpg", "", marked);
+        Outcome m = runMivo4({"export", dir / "marked.jpg", dir / "o.cal"}, dir);
+        EXPECT_EQ(m.code, 1) << m.err;
+        EXPECT_TRUE(contains(m.err, "cut short")) << m.err;
         Outcome r = runMivo4({"export", dir / "cut.jpg", dir / "o.cal"}, dir);
         EXPECT_EQ(r.code, 1) << r.err;
         EXPECT_EQ(lines(r.err), 1) << r.err;

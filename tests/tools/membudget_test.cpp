@@ -101,6 +101,7 @@ TEST(HostMemory, AGreyJpegOverTheLimitIsRefusedAndOneCutShortIsAnError) {
     Outcome r = runBounded({"export", dir / "grey.jpg", dir / "o.cal"}, dir, limited(6ull << 30));
     EXPECT_EQ(r.code, 1) << r.err;
     EXPECT_EQ(lines(r.err), 1) << r.err;
+    EXPECT_TRUE(contains(r.err, "cut short")) << r.err;
     EXPECT_LT(r.maxRssKiB, kSmallRssKiB) << r.err;
     EXPECT_FALSE(std::filesystem::exists(dir / "o.cal"));
 }

@@ -32,13 +32,15 @@ void onError(j_common_ptr cinfo) {
     std::longjmp(err->jump, 1);
 }
 
-// Warnings are ignored but one: data that ends before the picture does is
-// an error unless the user accepts the decoder's filling in.
+// Warnings are ignored but those of missing data: a file that ends, or a
+// scan whose data ends at a marker, before the picture does is an error
+// unless the user accepts the decoder's filling in.
 void onMessage(j_common_ptr cinfo, int level) {
-    if (level != -1 || cinfo->err->msg_code != JWRN_JPEG_EOF || readOptions().allowTruncated) return;
+    const int code = cinfo->err->msg_code;
+    if (level != -1 || (code != JWRN_JPEG_EOF && code != JWRN_HIT_MARKER) || readOptions().allowTruncated) return;
     auto *err = reinterpret_cast<ErrorManager *>(cinfo->err);
     std::snprintf(err->message, sizeof err->message,
-                  "the data is cut short (premature end of the file); --allow-truncated reads it anyway");
+                  "the data is cut short (it ends before the picture does); --allow-truncated reads it anyway");
     std::longjmp(err->jump, 1);
 }
 
