@@ -7,60 +7,17 @@
 
 #include <cstring>
 
+#include "clirun.h"
 #include "oracles.h"
 #include "toolfixture.h"
 
-extern char **environ;
-
 using toolstest::ScratchDir;
+using toolstest::Outcome;
+using toolstest::runMivo4;
+using toolstest::lines;
+using toolstest::contains;
 
 namespace {
-
-struct Outcome {
-    int code = -1;
-    std::string out, err;
-    std::vector<uint8_t> outBytes;
-};
-
-// Runs mivo4 with args; its standard output and error are captured in files.
-Outcome runMivo4(const std::vector<std::string> &args, const ScratchDir &dir, const char *moduleEnv = nullptr) {
-    std::string outPath = dir / ".stdout", errPath = dir / ".stderr";
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_addopen(&fa, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&fa, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<std::string> argv = {MIVO4_CLI_PATH};
-    argv.insert(argv.end(), args.begin(), args.end());
-    std::vector<char *> cargv;
-    for (auto &a : argv) cargv.push_back(a.data());
-    cargv.push_back(nullptr);
-    std::vector<std::string> env;
-    for (char **e = environ; *e != nullptr; ++e)
-        if (std::strncmp(*e, "MIVO4_MODULE=", 13) != 0) env.emplace_back(*e);
-    env.push_back(std::string("MIVO4_MODULE=") + (moduleEnv != nullptr ? moduleEnv : MIVO4_MODULE_PATH));
-    std::vector<char *> cenv;
-    for (auto &e : env) cenv.push_back(e.data());
-    cenv.push_back(nullptr);
-    pid_t pid = 0;
-    Outcome r;
-    if (posix_spawn(&pid, MIVO4_CLI_PATH, &fa, nullptr, cargv.data(), cenv.data()) == 0) {
-        int status = 0;
-        waitpid(pid, &status, 0);
-        r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    posix_spawn_file_actions_destroy(&fa);
-    r.outBytes = toolstest::readBytes(outPath);
-    r.out.assign(r.outBytes.begin(), r.outBytes.end());
-    auto e = toolstest::readBytes(errPath);
-    r.err.assign(e.begin(), e.end());
-    std::filesystem::remove(outPath);
-    std::filesystem::remove(errPath);
-    return r;
-}
-
-int lines(const std::string &s) { return static_cast<int>(std::count(s.begin(), s.end(), '\n')); }
-
-bool contains(const std::string &s, const std::string &part) { return s.find(part) != std::string::npos; }
 
 bool on(uint32_t x, uint32_t y) { return (x + y) % 9 < 4 || x % 31 == 0; }
 

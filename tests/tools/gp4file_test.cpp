@@ -92,3 +92,70 @@ TEST(Gp4Decode, TooFewRowsOrDamagedCodesAreReported) {
     for (size_t i = damaged.size() / 3; i < damaged.size() / 3 + 8; ++i) damaged[i] = 0;
     EXPECT_FALSE(decodeG4(damaged, w, h).picture);
 }
+
+TEST(Gp4Header, ASoundHeaderHasNoDamage) {
+    EXPECT_TRUE(parseGp4Header(header("001728,002200", "0200")).damage.empty());
+}
+
+TEST(Gp4Header, OverflowingNumbersAreDamageNotWrappedValues) {
+    Gp4Header h = parseGp4Header(header("4294967297,1", "0200"));
+    EXPECT_FALSE(h.width.has_value());
+    ASSERT_EQ(h.damage.size(), 1u);
+    EXPECT_NE(h.damage[0].find("does not fit"), std::string::npos);
+    h = parseGp4Header(header("000010,000010", "99999999999"));
+    EXPECT_FALSE(h.density.has_value());
+    ASSERT_EQ(h.damage.size(), 1u);
+    h = parseGp4Header(header("000010,4294967295", "0200"));
+    EXPECT_EQ(h.height, 4294967295u) << "the largest 32-bit count still fits";
+    EXPECT_TRUE(h.damage.empty());
+}
+
+TEST(Gp4Header, RepeatedRecordsAreDamageAndTheFirstCounts) {
+    auto file = header("000020,000030", "0200");
+    std::string again = "rpelcnt: 000001,000001";
+    again.resize(128, ' ');
+    std::copy(again.begin(), again.end(), file.begin() + 11 * 128);
+    std::string other = "notes: again";
+    other.resize(128, ' ');
+    std::copy(other.begin(), other.end(), file.begin() + 12 * 128);
+    Gp4Header h = parseGp4Header(file);
+    EXPECT_EQ(h.width, 20u);
+    EXPECT_EQ(h.height, 30u);
+    ASSERT_EQ(h.damage.size(), 2u);
+    EXPECT_NE(h.damage[0].find("\"rpelcnt\" record is given more than once"), std::string::npos);
+    EXPECT_NE(h.damage[1].find("\"notes\" record is given more than once"), std::string::npos);
+}
+
+TEST(Gp4Header, MissingRasterRecordsAreDamage) {
+    auto file = header("000020,000030", "0200");
+    std::fill(file.begin() + 9 * 128, file.begin() + 10 * 128, ' ');  // rdensty
+    std::fill(file.begin() + 6 * 128, file.begin() + 7 * 128, ' ');   // rtype
+    Gp4Header h = parseGp4Header(file);
+    ASSERT_EQ(h.damage.size(), 2u);
+    EXPECT_NE(h.damage[0].find("no \"rtype\""), std::string::npos);
+    EXPECT_NE(h.damage[1].find("no \"rdensty\""), std::string::npos);
+}
+
+TEST(Gp4Decode, RowByRowCheckAgreesWithTheWholeDecode) {
+    ScratchDir dir;
+    const uint32_t w = 203, h = 61;
+    auto coded = libtiffG4(dir / "g4.tif", w, h);
+    DecodeResult whole = decodeG4(coded, w, h);
+    ASSERT_TRUE(whole.picture);
+    uint64_t black = 0;
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) black += whole.picture->black(x, y);
+    std::vector<uint8_t> rows;
+    G4Check c = checkG4(coded, w, h, [&](const uint8_t *row) {
+        rows.insert(rows.end(), row, row + (w + 7) / 8);
+        return true;
+    });
+    EXPECT_TRUE(c.decodes) << c.problem;
+    EXPECT_FALSE(c.moreRows);
+    EXPECT_EQ(c.black, black);
+    EXPECT_EQ(rows, whole.picture->bits);
+    EXPECT_TRUE(checkG4(coded, w, h - 1).moreRows);
+    auto cut = coded;
+    cut.resize(cut.size() / 2);
+    EXPECT_FALSE(checkG4(cut, w, h).decodes);
+}

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,7 @@
 #include "exporter.h"
 #include "gp4file.h"
 #include "image.h"
+#include "membudget.h"
 #include "module.h"
 #include "outfile.h"
 #include "replay.h"
@@ -30,8 +33,10 @@ const char kUsage[] =
     "\n"
     "  mivo4 export [options] INPUT OUTPUT   export a PNG, JPEG, TIFF or PNM picture as GP4\n"
     "  mivo4 export [options] --demo OUTPUT  export the built-in test chart\n"
-    "  mivo4 info FILE.cal                    show the header and check the coded picture\n"
-    "  mivo4 decode FILE.cal OUT.pbm|OUT.png  decode a GP4 file to look at it\n"
+    "  mivo4 info [--limit-memory SIZE] FILE.cal\n"
+    "                                         show the header and check the coded picture\n"
+    "  mivo4 decode [--limit-memory SIZE] FILE.cal OUT.pbm|OUT.png\n"
+    "                                         decode a GP4 file to look at it\n"
     "  mivo4 module-info                      show the module's entry table and version\n"
     "                                          (also: mivo4 info with no file)\n"
     "  mivo4 cfb list FILE | cat FILE STREAM  list or read the streams of a compound document\n"
@@ -45,7 +50,10 @@ const char kUsage[] =
     "  --output-mode file|memory|callback     how the module writes (default file)\n"
     "  --progress                             a progress bar on standard error\n"
     "  --profile FILE --mode NAME             start from a mode of a setup profile\n"
-    "  --verify                               decode the whole result with libtiff before keeping it\n"
+    "  --no-verify                            skip decoding the result with libtiff before keeping it\n"
+    "  --allow-truncated                      read a JPEG whose data ends early (the rest filled in)\n"
+    "  --limit-memory SIZE                    the most a picture may take, e.g. 512M or 2G\n"
+    "                                         (default: half the memory, at most 4G)\n"
     "  --dither module|floyd|threshold[=PERCENT]|ordered\n"
     "                                         who makes black and white: the module (error diffusion\n"
     "                                         onto eight greys, default), or the host from the\n"
@@ -62,6 +70,27 @@ const char kUsage[] =
 struct UsageError {
     std::string message;
 };
+
+void setLimit(const std::string &text) {
+    uint64_t bytes = 0;
+    if (!parseMemorySize(text, bytes))
+        throw UsageError{"--limit-memory needs a size such as 512M or 2G, not \"" + text + "\""};
+    setMemoryBudget(bytes);
+}
+
+// Takes "--limit-memory SIZE" out of the arguments of info and decode.
+std::vector<std::string> withoutLimit(std::vector<std::string> args) {
+    for (size_t i = 0; i < args.size();) {
+        if (args[i] != "--limit-memory") {
+            ++i;
+            continue;
+        }
+        if (i + 1 >= args.size()) throw UsageError{"--limit-memory needs a value"};
+        setLimit(args[i + 1]);
+        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
+    }
+    return args;
+}
 
 int fail(const std::string &message, int code = 1) {
     std::fprintf(stderr, "mivo4: %s\n", message.c_str());
@@ -173,6 +202,10 @@ void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s,
             s.verify = true;
         } else if (a == "--no-verify") {
             s.verify = false;
+        } else if (a == "--allow-truncated") {
+            readOptions().allowTruncated = true;
+        } else if (a == "--limit-memory") {
+            setLimit(value(i));
         } else if (a == "--profile") {
             s.profile = value(i);
         } else if (a == "--mode") {
@@ -230,7 +263,7 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
         return fail(e.what());
     }
     AtomicOutput out;
-    if (!out.open(output)) return fail(out.error());
+    if (!out.open(output, demo ? std::string() : files[0])) return fail(out.error());
     // Once the driver holds every row, the picture's own block can go.
     s.pictureSent = [&] { memory.release(image.pixels); };
     try {
@@ -249,34 +282,12 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
 
 // ---------------------------------------------------------------- info, decode
 
-struct Loaded {
-    std::vector<uint8_t> file;
-    Gp4Header header;
-    std::vector<uint8_t> coded;
-};
-
-bool loadGp4(const std::string &path, Loaded &l, std::string &error) {
-    l.file = readWholeFile(path, error);
-    if (!error.empty()) return false;
-    if (l.file.size() < 2048) {
-        error = path + ": not a GP4 file (" + std::to_string(l.file.size()) + " bytes, less than its 2048-byte header)";
-        return false;
-    }
-    l.header = parseGp4Header(l.file);
-    if (!l.header.width || !l.header.height) {
-        error = path + ": not a GP4 file (no \"rpelcnt:\" record with width and height)";
-        return false;
-    }
-    l.coded.assign(l.file.begin() + 2048, l.file.end());
-    return true;
-}
-
 int infoCommand(const std::string &path) {
-    Loaded l;
+    Gp4File g;
     std::string error;
-    if (!loadGp4(path, l, error)) return fail(error);
-    const Gp4Header &h = l.header;
-    std::printf("file: %s (%zu bytes)\n", path.c_str(), l.file.size());
+    if (!loadGp4File(path, g, error)) return fail(error);
+    const Gp4Header &h = g.header;
+    std::printf("file: %s (%llu bytes)\n", path.c_str(), static_cast<unsigned long long>(g.size));
     std::printf("header:%s\n", h.wellFormed ? "" : " (has bytes that are not printable ASCII)");
     for (size_t i = 0; i < h.records.size(); ++i)
         if (!h.records[i].empty()) std::printf("  %4zu  %s\n", i * 128, h.records[i].c_str());
@@ -287,23 +298,28 @@ int infoCommand(const std::string &path) {
     else
         std::printf("density: none\n");
     const double pixels = double(*h.width) * *h.height;
-    std::printf("coded data: %zu bytes (%.4f bits per pixel)\n", l.coded.size(),
-                pixels > 0 ? l.coded.size() * 8.0 / pixels : 0.0);
-    DecodeResult d = decodeG4(l.coded, *h.width, *h.height);
-    if (!d.picture) {
-        std::printf("check: FAILED: the coded data does not decode to %u x %u pixels: %s\n", *h.width, *h.height,
-                    d.problem.c_str());
+    std::printf("coded data: %zu bytes (%.4f bits per pixel)\n", g.coded.size(),
+                pixels > 0 ? g.coded.size() * 8.0 / pixels : 0.0);
+    if (!h.damage.empty()) {
+        std::string all;
+        for (const std::string &d : h.damage) all += (all.empty() ? "" : "; ") + d;
+        std::printf("check: FAILED: the header is damaged: %s\n", all.c_str());
         return 1;
     }
-    if (codesMoreRows(l.coded, *h.width, *h.height)) {
+    // Row by row: the picture is never held whole, and decoding stops at the
+    // height the header states.
+    G4Check c = checkG4(g.coded, *h.width, *h.height);
+    if (!c.decodes) {
+        std::printf("check: FAILED: the coded data does not decode to %u x %u pixels: %s\n", *h.width, *h.height,
+                    c.problem.c_str());
+        return 1;
+    }
+    if (c.moreRows) {
         std::printf("check: FAILED: the coded data holds more than %u rows\n", *h.height);
         return 1;
     }
-    uint64_t black = 0;
-    for (uint32_t y = 0; y < d.picture->height; ++y)
-        for (uint32_t x = 0; x < d.picture->width; ++x) black += d.picture->black(x, y);
     std::printf("check: ok, decodes to exactly %u x %u pixels (%.2f%% black)\n", *h.width, *h.height,
-                pixels > 0 ? 100.0 * double(black) / pixels : 0.0);
+                pixels > 0 ? 100.0 * double(c.black) / pixels : 0.0);
     return 0;
 }
 
@@ -311,18 +327,22 @@ int decodeCommand(const std::string &path, const std::string &output) {
     const bool png = endsWith(output, ".png");
     if (!png && !endsWith(output, ".pbm") && output != "-")
         throw UsageError{"decode writes .pbm or .png files (or - for PBM on standard output), not " + output};
-    Loaded l;
+    Gp4File g;
     std::string error;
-    if (!loadGp4(path, l, error)) return fail(error);
-    DecodeResult d = decodeG4(l.coded, *l.header.width, *l.header.height);
-    if (!d.picture)
-        return fail(path + ": the coded data does not decode to " + std::to_string(*l.header.width) + " x " +
-                    std::to_string(*l.header.height) + " pixels: " + d.problem);
+    if (!loadGp4File(path, g, error)) return fail(error);
+    const Gp4Header &h = g.header;
+    if (!h.damage.empty()) return fail(path + ": the header is damaged: " + h.damage.front());
     AtomicOutput out;
-    if (!out.open(output)) return fail(out.error());
-    bool ok = png ? writePng(*d.picture, out.stream(), output, error)
-                  : writePbm(*d.picture, out.stream(), output, error);
-    if (!ok) return fail(error);
+    if (!out.open(output, path)) return fail(out.error());
+    std::unique_ptr<BilevelWriter> writer = png ? pngWriter(out.stream(), *h.width, *h.height, output)
+                                                : pbmWriter(out.stream(), *h.width, *h.height, output);
+    G4Check c = checkG4(g.coded, *h.width, *h.height, [&](const uint8_t *row) { return writer->row(row); });
+    if (!writer->error().empty()) return fail(writer->error());
+    if (!c.decodes)
+        return fail(path + ": the coded data does not decode to " + std::to_string(*h.width) + " x " +
+                    std::to_string(*h.height) + " pixels: " + c.problem);
+    if (!writer->finish()) return fail(writer->error());
+    writer.reset();
     if (!out.commit()) return fail(out.error());
     return 0;
 }
@@ -336,6 +356,13 @@ int runCli(int argc, char **argv) {
         std::string a = argv[i];
         if (a == "--module" && i + 1 < argc) {
             modulePath = argv[++i];
+        } else if (a == "--limit-memory" && i + 1 < argc) {
+            try {
+                setLimit(argv[++i]);
+            } catch (const UsageError &e) {
+                std::fprintf(stderr, "mivo4: %s\n", e.message.c_str());
+                return 2;
+            }
         } else if (a == "--help" || a == "-h") {
             std::fputs(kUsage, stdout);
             return 0;
@@ -354,6 +381,7 @@ int runCli(int argc, char **argv) {
             if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
             return moduleInfo(module);
         }
+        if (command == "info" || command == "decode") args = withoutLimit(args);
         if (command == "info") {
             if (args.size() != 1) throw UsageError{"info takes one GP4 file"};
             return infoCommand(args[0]);
@@ -381,6 +409,10 @@ int runCli(int argc, char **argv) {
     } catch (const UsageError &e) {
         std::fprintf(stderr, "mivo4: %s\n(mivo4 --help lists the commands and options)\n", e.message.c_str());
         return 2;
+    } catch (const std::bad_alloc &) {
+        // Whatever ran out, the output was not kept: its temporary file went
+        // with the object that owned it.
+        return fail("out of memory (a smaller picture, or --limit-memory below what the machine can give)");
     }
 }
 

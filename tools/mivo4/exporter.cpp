@@ -7,10 +7,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "gdp_export.h"
 #include "gp4file.h"
+#include "signals.h"
 
 namespace mivo4::host {
 
@@ -54,20 +57,6 @@ namespace {
 
 // ---------------------------------------------------------------- status
 
-// The Ctrl-C of a user who wants to stop: the module hears it at its next
-// progress report and stops; a second Ctrl-C leaves at once, taking the
-// temporary file with it.
-volatile std::sig_atomic_t interruptRequested = 0;
-char pendingTemp[4096];
-
-extern "C" void onInterrupt(int) {
-    if (interruptRequested) {
-        if (pendingTemp[0] != '\0') ::unlink(pendingTemp);
-        ::_exit(130);
-    }
-    interruptRequested = 1;
-}
-
 struct ProgressState {
     bool show = false;
     int shown = -1;
@@ -93,7 +82,7 @@ int32_t statusCallback(intptr_t hostData, int32_t op, int32_t item, intptr_t, in
                        intptr_t) {
     auto *p = reinterpret_cast<ProgressState *>(hostData);
     if (op == kStatusProgress && item == 0 && p != nullptr) drawBar(*p, static_cast<int>(a5));
-    if ((op == kStatusProgress && item == 0) || op == kStatusAskAgain) return interruptRequested ? 1 : 0;
+    if ((op == kStatusProgress && item == 0) || op == kStatusAskAgain) return interruptRequested() ? 1 : 0;
     return 0;
 }
 
@@ -105,6 +94,7 @@ int32_t statusCallback(intptr_t hostData, int32_t op, int32_t item, intptr_t, in
 struct HostStream {
     FILE *file = nullptr;
     bool failed = false;
+    int error = 0;  // errno of the first failure
 };
 std::vector<HostStream *> openStreams;
 
@@ -137,7 +127,10 @@ int32_t streamCallback(intptr_t handle, int32_t op, intptr_t arg1, intptr_t arg2
         if (s == nullptr) return -1;
         if (arg2 <= 0) return 0;
         size_t n = std::fwrite(reinterpret_cast<const void *>(arg1), 1, static_cast<size_t>(arg2), s->file);
-        if (n != static_cast<size_t>(arg2)) s->failed = true;
+        if (n != static_cast<size_t>(arg2) && !s->failed) {
+            s->failed = true;
+            s->error = errno;
+        }
         return static_cast<int32_t>(n);
     }
     case kSeek: {
@@ -154,7 +147,10 @@ int32_t streamCallback(intptr_t handle, int32_t op, intptr_t arg1, intptr_t arg2
         HostStream *s = streamOf(handle);
         if (s == nullptr) return -1;
         openStreams[static_cast<size_t>(handle) - 1] = nullptr;
-        if (std::fflush(s->file) != 0) s->failed = true;
+        if (std::fflush(s->file) != 0 && !s->failed) {
+            s->failed = true;
+            s->error = errno;
+        }
         return s->failed ? -1 : 0;
     }
     case kExists:
@@ -190,6 +186,20 @@ public:
         bool loaded = rec->szProfile[0] != '\0' && rec->out_type[0] != '\0';
         api_.globalUnlock(handle_);
         return loaded;
+    }
+
+    // The sizing fields of the record, as the options left them.
+    struct Sizing {
+        int32_t sizeMode = 0, resMode = 0;
+        int xres = 0, yres = 0;
+    };
+    Sizing sizing() const {
+        Sizing z;
+        auto *rec = static_cast<Gp4_SetupData *>(api_.globalLock(handle_));
+        if (rec == nullptr) return z;
+        z = {rec->SizeMode, rec->ResMode, rec->XResolution, rec->YResolution};
+        api_.globalUnlock(handle_);
+        return z;
     }
 
     int32_t escape(int32_t number, int32_t count, void *in, void *out = nullptr) {
@@ -256,25 +266,119 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     std::vector<uint8_t> file = readWholeFile(out.tempPath(), error);
     if (!error.empty()) throw ExportError(error);
     report.bytes = file.size();
+    // In the file way the module writes by name and keeps its errors; a file
+    // system that is full is the usual reason for a short file.
+    auto failed = [&](const std::string &what) {
+        std::string full = s.mode == OutputMode::File ? out.writeFailure() : std::string();
+        return ExportError(!full.empty() ? full : what);
+    };
     if (file.size() <= 2048)
-        throw ExportError("the module wrote no picture (" + std::to_string(file.size()) +
-                          " bytes); is the output size too large for it?");
+        throw failed("the module wrote no picture (" + std::to_string(file.size()) + " bytes)");
     Gp4Header h = parseGp4Header(file);
-    if (!h.wellFormed || !h.width || !h.height)
-        throw ExportError("the module's output has no readable header");
+    if (!h.wellFormed || !h.width || !h.height) throw failed("the module's output has no readable header");
     report.width = *h.width;
     report.height = *h.height;
     report.density = h.density.value_or(0);
     if (!s.verify) return;
     std::vector<uint8_t> coded(file.begin() + 2048, file.end());
-    DecodeResult d = decodeG4(coded, *h.width, *h.height);
-    if (!d.picture)
-        throw ExportError("the module's output does not decode (" + d.problem + "); nothing was written");
+    file = {};
+    G4Check c = checkG4(coded, *h.width, *h.height);
+    if (!c.decodes)
+        throw failed("the module's output does not decode to the " + std::to_string(*h.width) + " x " +
+                     std::to_string(*h.height) + " pixels its header states (" + c.problem + "); nothing was written");
+    if (c.moreRows)
+        throw failed("the module's output holds more rows than the " + std::to_string(*h.height) +
+                     " its header states; nothing was written");
+}
+
+// The largest size a GP4 header holds.
+constexpr int64_t kLargestSide = 65535;
+
+// The picture and the screen as the module's size query and bitmap export
+// take them.
+zepRasterInfoInput rasterInfo(const Image &image, int srcdpi, const ExportSettings &settings) {
+    zepRasterInfoInput ri{};
+    ri.dpiscreen = settings.screenDpi;
+    ri.dpiprinter = 0;  // no printer on this host
+    ri.dpipicture = srcdpi;
+    ri.picture_width = static_cast<int32_t>(image.width);
+    ri.picture_height = static_cast<int32_t>(image.height);
+    ri.screen_width = settings.screenWidth;
+    ri.screen_height = settings.screenHeight;
+    return ri;
+}
+
+// How large the bitmap export will make the picture, by the module's rule for
+// bitmaps: in size mode user a picture with a resolution keeps its inches,
+// any other picture is taken as points (72 to the inch, its resolution
+// dividing first); the output resolution is the setup's, or the picture's
+// when the setup has a user resolution. Heights are made even.
+void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int srcdpi, zepRasterInfoInput &ri) {
+    const Setup::Sizing z = setup.sizing();
+    const bool userRes = z.resMode == RES_USER && srcdpi != 0;
+    const double xres = userRes ? srcdpi : z.xres, yres = userRes ? srcdpi : z.yres;
+    double w = image.width, h = image.height;
+    if (srcdpi != 0) w /= srcdpi, h /= srcdpi;
+    if (!(z.sizeMode == SIZE_USER && srcdpi != 0)) w /= 72.0, h /= 72.0;
+    double width = xres > 0 ? std::trunc(w * xres) : std::trunc(w);
+    double height = yres > 0 ? std::trunc(h * yres) : std::trunc(h);
+    if (z.sizeMode == SIZE_USER && srcdpi != 0) {
+        // Here the module's own size query answers with the same rule; its
+        // answer, rounded up, stands where it is larger.
+        _outdata o{};
+        if (setup.escape(ESC_RASTER_INFO, static_cast<int32_t>(sizeof ri), &ri, &o) == 1 && o.width > 0 &&
+            o.height > 0) {
+            // Its answer is rounded up; beyond that rounding it wins.
+            if (o.width > width + 1) width = o.width;
+            if (o.height > height + 1) height = o.height;
+        }
+    }
+    if (height >= 1) height = std::ceil(height / 2) * 2;
+    auto size = [&] { return inches(width) + " x " + inches(height); };
+    if (width < 1 || height < 1)
+        throw ExportError("the output would be " + size() + " pixels (" + inches(image.width) + " x " +
+                          inches(image.height) + " pixels at " + std::to_string(srcdpi) + " dpi to " +
+                          inches(xres) + " dpi); choose a higher --dpi or a lower --source-dpi");
+    if (width > kLargestSide || height > kLargestSide)
+        throw ExportError("the output would be " + size() + " pixels; a GP4 file holds at most " +
+                          std::to_string(kLargestSide) + " x " + std::to_string(kLargestSide) +
+                          "; choose a lower --dpi or a higher --source-dpi");
+}
+
+// A profile is read by name: anything but a regular file (a device, a FIFO)
+// would be read without end.
+void checkProfile(const std::string &profile) {
+    std::vector<std::string> candidates{profile};
+    if (profile.find('/') == std::string::npos)
+        if (const char *dir = std::getenv("INIDIR"); dir != nullptr && dir[0] != '\0')
+            candidates.push_back(std::string(dir) + "/" + profile);
+    for (const std::string &c : candidates) {
+        struct stat st;
+        if (stat(c.c_str(), &st) != 0) continue;
+        if (!S_ISREG(st.st_mode))
+            throw ExportError(c + ": not a regular file; a profile must be a file");
+        return;
+    }
+}
+
+// What the module says of the export it just made, in a user's words; empty
+// for a complete one or when the module cannot say.
+std::string exportStatusProblem(const ModuleApi &api) {
+    if (api.getLastExportStatus == nullptr) return {};
+    switch (api.getLastExportStatus()) {
+    case MIVO4_EXPORT_COMPLETE: return {};
+    case MIVO4_EXPORT_STOPPED: return "the export was stopped before the picture was complete";
+    case MIVO4_EXPORT_WRITE_FAILED: return "the module could not write the output";
+    case MIVO4_EXPORT_NO_MEMORY: return "the module ran out of memory; the output would be incomplete";
+    case MIVO4_EXPORT_NOTHING: return "the module wrote no picture (nothing to write, or a size a GP4 file cannot hold)";
+    case MIVO4_EXPORT_NONE: return "the module says no export ran";
+    default: return "the module reports an unknown export status " + std::to_string(api.getLastExportStatus());
+    }
 }
 
 }  // namespace
 
-bool exportInterrupted() { return interruptRequested != 0; }
+bool exportInterrupted() { return interruptRequested(); }
 
 size_t memoryOutputLength(const uint8_t *data, size_t size) {
     size_t n = size;
@@ -284,8 +388,9 @@ size_t memoryOutputLength(const uint8_t *data, size_t size) {
 }
 
 ExportReport runExport(const Module &module, const ExportSettings &settings, AtomicOutput &out,
-                       const ModuleSender &send, bool checkPicture) {
+                       const ModuleSender &send, bool checkPicture, const Image *picture, int srcdpi) {
     const ModuleApi &api = module.api();
+    if (!settings.profile.empty()) checkProfile(settings.profile);
     Setup setup(api, settings);
     std::string profilePath;
     bool loaded = setup.profileLoaded(profilePath);
@@ -298,6 +403,10 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         // The callback itself is the escape's data pointer.
         if (setup.escape(ESC_OUTPUT_CALLBACK, 4, reinterpret_cast<void *>(&streamCallback)) != 1)
             throw ExportError("the module refused the output callback");
+    }
+    if (picture != nullptr) {
+        zepRasterInfoInput ri = rasterInfo(*picture, srcdpi, settings);
+        checkOutputSize(api, setup, *picture, srcdpi, ri);
     }
 
     ProgressState progress{settings.progress, -1};
@@ -317,24 +426,16 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         name = out.destination();  // a label only: the callback writes the host's stream
     }
 
-    interruptRequested = 0;
-    std::snprintf(pendingTemp, sizeof pendingTemp, "%s", out.tempPath().c_str());
-    struct sigaction action{}, previous{};
-    action.sa_handler = onInterrupt;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, &previous);
-    // A shell that started us with Ctrl-C ignored (a background job) keeps it so.
-    if (previous.sa_handler == SIG_IGN) sigaction(SIGINT, &previous, nullptr);
+    clearInterruptRequest();
+    setGentleInterrupt(true);
     int32_t rc = 0;
     try {
         rc = send(setup.handle(), name, x);
     } catch (...) {
-        sigaction(SIGINT, &previous, nullptr);
-        pendingTemp[0] = '\0';
+        setGentleInterrupt(false);
         throw;
     }
-    sigaction(SIGINT, &previous, nullptr);
-    pendingTemp[0] = '\0';
+    setGentleInterrupt(false);
     if (progress.show && progress.shown >= 0) std::fputc('\n', stderr);
 
     // The memory way: the block's handle comes back in hMF.
@@ -349,12 +450,21 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         }
     } block{api, settings.mode == OutputMode::Memory ? x.hMF : 0};
 
-    if (interruptRequested) throw ExportError("stopped by the user", 130);
+    if (interruptRequested()) throw ExportError("stopped by the user", 130);
     if (rc != 0)
         throw ExportError(rc == 303   ? "the module could not open or close its output for " + out.destination()
                           : rc == 300 ? "the module ran out of memory (code 300)"
                           : rc == 901 ? "the export was stopped (code 901)"
                                       : "the module's export failed with code " + std::to_string(rc));
+    // The host's own stream knows the cause of a failed write best.
+    if (settings.mode == OutputMode::Callback && hostStream.failed)
+        throw ExportError(out.destination() + ": cannot write: " + errorText(hostStream.error));
+    if (checkPicture) {
+        if (std::string problem = exportStatusProblem(api); !problem.empty()) {
+            std::string full = settings.mode == OutputMode::File ? out.writeFailure() : std::string();
+            throw ExportError(!full.empty() ? full : problem + "; nothing was written");
+        }
+    }
     if (settings.mode == OutputMode::Memory) {
         if (block.h == 0) throw ExportError("the module handed back no memory block");
         auto *data = static_cast<const uint8_t *>(api.globalLock(block.h));
@@ -362,10 +472,10 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         size_t length = data == nullptr ? SIZE_MAX : memoryOutputLength(data, size);
         if (length == SIZE_MAX) throw ExportError("the module's memory block has no end marker");
         if (std::fwrite(data, 1, length, out.stream()) != length || std::fflush(out.stream()) != 0)
-            throw ExportError(out.destination() + ": cannot write: " + std::strerror(errno));
+            throw ExportError(out.destination() + ": cannot write: " + errorText(errno));
     } else if (settings.mode == OutputMode::Callback) {
         if (hostStream.failed || std::fflush(out.stream()) != 0)
-            throw ExportError(out.destination() + ": cannot write: " + std::strerror(errno));
+            throw ExportError(out.destination() + ": cannot write: " + errorText(errno));
     }
     if (!out.closeStream()) throw ExportError(out.error());
 
@@ -374,24 +484,24 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
     return report;
 }
 
-ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &picture,
+ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &original,
                          const ExportSettings &settings, AtomicOutput &out) {
     // The host's own one-bit conversions hand the module a one-bit picture,
     // which it passes through unchanged.
     Image converted;
     if (settings.tones != Tones::Module) {
         try {
-            converted = toOneBit(picture, settings.tones, settings.thresholdPercent, memory.allocator());
+            converted = toOneBit(original, settings.tones, settings.thresholdPercent, memory.allocator());
         } catch (const ReadError &e) {
             throw ExportError(e.what());
         }
     }
-    const Image &image = settings.tones != Tones::Module ? converted : picture;
+    const Image &image = settings.tones != Tones::Module ? converted : original;
     const int srcdpi = settings.sourceDpi.value_or(image.dpi);
     if (settings.via == Via::Gdp) {
         return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {
             return sendThroughDriver(module, image, srcdpi, settings, setup, name, x);
-        });
+        }, true, &image, srcdpi);
     }
     const ModuleApi &api = module.api();
     if (api.exportCellData == nullptr)
@@ -414,22 +524,14 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
         }
         r.hColorTable = memory.handleOf(table);
     }
-    zepRasterInfoInput ri{};
-    ri.dpiscreen = settings.screenDpi;
-    ri.dpiprinter = 0;  // no printer on this host
-    ri.dpipicture = srcdpi;
-    ri.picture_width = static_cast<int32_t>(image.width);
-    ri.picture_height = static_cast<int32_t>(image.height);
-    ri.screen_width = settings.screenWidth;
-    ri.screen_height = settings.screenHeight;
-
+    zepRasterInfoInput ri = rasterInfo(image, srcdpi, settings);
     return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {
         IMPORT_OPTIONS imp{};
         imp.Version = 1;
         imp.hOutputData = setup;
         imp.lpExport = &x;
         return api.exportCellData(name.c_str(), &r, &ri, &imp);
-    });
+    }, true, &image, srcdpi);
 }
 
 }  // namespace mivo4::host

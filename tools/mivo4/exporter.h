@@ -30,7 +30,7 @@ struct ExportSettings {
     int screenWidth = 1280, screenHeight = 1078, screenDpi = 96;
     OutputMode mode = OutputMode::File;
     bool progress = false;
-    bool verify = false;  // decode the whole result before it is put in place
+    bool verify = true;  // decode the whole result before it is put in place
     std::string profile, modeName;
     Via via = Via::Bitmap;
     Tones tones = Tones::Module;  // who makes the one-bit picture
@@ -86,11 +86,14 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
 using ModuleSender = std::function<int32_t(ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &options)>;
 
 // One export into out through `send`: makes the setup from the settings,
-// runs the sender under the host's progress display and Ctrl-C handling,
-// collects the output of every way into out and checks it (a whole GP4
-// picture unless checkPicture is false). Throws ExportError.
+// refuses a picture (when given, at srcdpi) whose output a GP4 file cannot
+// hold, runs the sender under the host's progress display and Ctrl-C
+// handling, collects the output of every way into out and checks it (the
+// module's export status and a whole GP4 picture, unless checkPicture is
+// false). Throws ExportError.
 ExportReport runExport(const Module &module, const ExportSettings &settings, AtomicOutput &out,
-                       const ModuleSender &send, bool checkPicture = true);
+                       const ModuleSender &send, bool checkPicture = true, const Image *picture = nullptr,
+                       int srcdpi = 0);
 
 // The length of the file in a memory-way block: the block holds the data,
 // one 0xFF end byte and zero fill, so zeros are stripped from the end, then

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,8 +17,13 @@ struct Gp4Header {
     std::vector<std::string> records;  // the sixteen records, trailing blanks removed
     bool wellFormed = false;           // 2048 bytes of printable ASCII
     std::optional<uint32_t> width, height, density;
+    // What is wrong with the records: numbers that do not fit, a record
+    // given twice, one of rtype, rorient, rpelcnt, rdensty missing.
+    std::vector<std::string> damage;
 };
 
+// Reads the first 2048 bytes of file (fewer give a header that is not well
+// formed and has no size).
 Gp4Header parseGp4Header(const std::vector<uint8_t> &file);
 
 // A one-bit picture, rows of (width + 7) / 8 bytes, top row first, a set bit
@@ -36,6 +43,38 @@ struct DecodeResult {
 // Decodes a T.6 stream of exactly width x height pixels.
 DecodeResult decodeG4(const std::vector<uint8_t> &coded, uint32_t width, uint32_t height);
 
+// A T.6 stream decoded one row at a time, in the memory of one row.
+class G4RowDecoder {
+public:
+    // rows: how many rows the decoder is told the picture has.
+    G4RowDecoder(const std::vector<uint8_t> &coded, uint32_t width, uint32_t rows);
+    ~G4RowDecoder();
+    G4RowDecoder(const G4RowDecoder &) = delete;
+    G4RowDecoder &operator=(const G4RowDecoder &) = delete;
+    // Decodes the next row into row ((width + 7) / 8 bytes, a set bit
+    // black); false, with problem() saying why, when it does not decode.
+    bool next(uint8_t *row);
+    const std::string &problem() const { return problem_; }
+
+private:
+    struct State;
+    State *state_;
+    std::string problem_;
+    uint32_t row_ = 0;
+};
+
+// The stream checked row by row without holding the picture: whether it
+// decodes to width x height pixels, how many of them are black, and whether
+// it holds more rows than height. onRow, when given, sees each decoded row.
+struct G4Check {
+    bool decodes = false;
+    std::string problem;
+    uint64_t black = 0;
+    bool moreRows = false;
+};
+G4Check checkG4(const std::vector<uint8_t> &coded, uint32_t width, uint32_t height,
+                const std::function<bool(const uint8_t *row)> &onRow = nullptr);
+
 // Whether the coded data holds more than `height` rows: decoding one row
 // more must run out of data.
 bool codesMoreRows(const std::vector<uint8_t> &coded, uint32_t width, uint32_t height);
@@ -44,6 +83,33 @@ bool codesMoreRows(const std::vector<uint8_t> &coded, uint32_t width, uint32_t h
 bool writePbm(const Bilevel &b, FILE *f, const std::string &name, std::string &error);
 bool writePng(const Bilevel &b, FILE *f, const std::string &name, std::string &error);
 
+// The same writers fed one row at a time (rows top first, a set bit black),
+// so that a picture is written without being held whole.
+class BilevelWriter {
+public:
+    virtual ~BilevelWriter() = default;
+    virtual bool row(const uint8_t *bits) = 0;
+    virtual bool finish() = 0;
+    const std::string &error() const { return error_; }
+
+protected:
+    std::string error_;
+};
+std::unique_ptr<BilevelWriter> pbmWriter(FILE *f, uint32_t width, uint32_t height, const std::string &name);
+std::unique_ptr<BilevelWriter> pngWriter(FILE *f, uint32_t width, uint32_t height, const std::string &name);
+
 std::vector<uint8_t> readWholeFile(const std::string &path, std::string &error);
+
+// A GP4 file as info and decode take it: the header, then the coded data,
+// read only once the header is sound and only up to the memory budget.
+struct Gp4File {
+    uint64_t size = 0;
+    Gp4Header header;
+    std::vector<uint8_t> coded;
+};
+// False with error set when the file cannot be read, is not a GP4 file
+// (no header, no size) or its coded data is over the budget; a header with
+// damage is loaded, its damage listed.
+bool loadGp4File(const std::string &path, Gp4File &file, std::string &error);
 
 }  // namespace mivo4::host

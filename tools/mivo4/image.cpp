@@ -1,5 +1,7 @@
 #include "image.h"
 
+#include "membudget.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -47,13 +49,19 @@ void checkPictureSize(const std::string &path, uint32_t width, uint32_t height) 
     if (width == 0 || height == 0) throw ReadError(path + ": the picture has no pixels");
 }
 
+ReadOptions &readOptions() {
+    static ReadOptions options;
+    return options;
+}
+
 void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
-                    int depth, const PixelAllocator &alloc) {
+                    int depth, const PixelAllocator &alloc, uint64_t workBytes) {
     checkPictureSize(path, width, height);
     image.width = width;
     image.height = height;
     image.depth = depth;
     size_t bytes = image.size();
+    checkMemoryBudget(path, width, height, uint64_t{bytes} + workBytes);
     // The module's blocks are addressed with 32-bit sizes.
     if (bytes > 0xFFFFFFF0u)
         throw ReadError(path + ": " + std::to_string(width) + " x " + std::to_string(height) +

@@ -63,9 +63,19 @@ Image readPnm(const std::string &path, const PixelAllocator &alloc);
 void checkPictureSize(const std::string &path, uint32_t width, uint32_t height);
 
 // Sets up width, height, depth and an allocated, zeroed pixel block; throws
-// ReadError for sizes the module's bitmap record cannot hold.
+// ReadError for sizes the module's bitmap record cannot hold and for pictures
+// whose pixels and workBytes (the reader's own work space) are over the
+// memory budget.
 void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
-                    int depth, const PixelAllocator &alloc);
+                    int depth, const PixelAllocator &alloc, uint64_t workBytes = 0);
+
+// How the readers treat damaged files.
+struct ReadOptions {
+    // A JPEG whose data ends early is read with the missing part filled in
+    // by the decoder instead of being refused.
+    bool allowTruncated = false;
+};
+ReadOptions &readOptions();
 
 // A grey ramp table of 256 entries.
 std::vector<Rgb> greyPalette();

@@ -65,6 +65,7 @@ bool Module::open(const std::string &path) {
         return false;
     }
     bind(api_.exportCellData, entry("ExportCellData"));
+    bind(api_.getLastExportStatus, symbol("GetLastExportStatus"));
     return true;
 }
 

@@ -26,6 +26,9 @@ struct ModuleApi {
     decltype(&GlobalUnlock) globalUnlock = nullptr;
     decltype(&GlobalFree) globalFree = nullptr;
     decltype(&GlobalSize) globalSize = nullptr;
+    // How the last export ended (MIVO4_EXPORT_*); null for a module that
+    // cannot say, whose exports are judged by their output alone.
+    int32_t (*getLastExportStatus)(void) = nullptr;
 };
 
 class Module {

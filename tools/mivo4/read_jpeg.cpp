@@ -2,8 +2,11 @@
 #include <cstdio>
 // jpeglib.h needs size_t and FILE declared first.
 #include <jpeglib.h>
+#include <jerror.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <csetjmp>
 #include <cstring>
@@ -11,6 +14,7 @@
 #include <vector>
 
 #include "image.h"
+#include "membudget.h"
 
 namespace mivo4::host {
 
@@ -28,7 +32,17 @@ void onError(j_common_ptr cinfo) {
     std::longjmp(err->jump, 1);
 }
 
-void onMessage(j_common_ptr, int) {}
+// Warnings are ignored but those of missing data: a file that ends, or a
+// scan whose data ends at a marker, before the picture does is an error
+// unless the user accepts the decoder's filling in.
+void onMessage(j_common_ptr cinfo, int level) {
+    const int code = cinfo->err->msg_code;
+    if (level != -1 || (code != JWRN_JPEG_EOF && code != JWRN_HIT_MARKER) || readOptions().allowTruncated) return;
+    auto *err = reinterpret_cast<ErrorManager *>(cinfo->err);
+    std::snprintf(err->message, sizeof err->message,
+                  "the data is cut short (it ends before the picture does); --allow-truncated reads it anyway");
+    std::longjmp(err->jump, 1);
+}
 
 struct Decompressor {
     jpeg_decompress_struct cinfo{};
@@ -64,9 +78,23 @@ Image readJpeg(const std::string &path, const PixelAllocator &alloc) {
     const bool grey = d.cinfo.jpeg_color_space == JCS_GRAYSCALE;
     const bool inks = d.cinfo.jpeg_color_space == JCS_CMYK || d.cinfo.jpeg_color_space == JCS_YCCK;
     d.cinfo.out_color_space = grey ? JCS_GRAYSCALE : inks ? JCS_CMYK : JCS_RGB;
+
+    // The size is checked before anything is decoded: a progressive file
+    // decodes all its scans into whole-picture coefficient arrays (two bytes
+    // a sample) as it starts. The decoder's memory manager gets the same
+    // budget, so that what this estimate misses still stops there.
+    jpeg_calc_output_dimensions(&d.cinfo);
+    checkPictureSize(path, d.cinfo.output_width, d.cinfo.output_height);
+    uint64_t work = static_cast<uint64_t>(d.cinfo.output_width) * (inks ? 4 : 0);
+    if (d.cinfo.progressive_mode || d.cinfo.buffered_image)
+        for (int c = 0; c < d.cinfo.num_components; ++c)
+            work += uint64_t{d.cinfo.comp_info[c].width_in_blocks} * d.cinfo.comp_info[c].height_in_blocks * 128;
+    const uint64_t pixels = Image::rowBytes(d.cinfo.output_width, grey ? 8 : 24) * uint64_t{d.cinfo.output_height};
+    checkMemoryBudget(path, d.cinfo.output_width, d.cinfo.output_height, pixels + work);
+    d.cinfo.mem->max_memory_to_use = static_cast<long>(std::min<uint64_t>(memoryBudget(), LONG_MAX));
     jpeg_start_decompress(&d.cinfo);
 
-    allocatePixels(image, path, d.cinfo.output_width, d.cinfo.output_height, grey ? 8 : 24, alloc);
+    allocatePixels(image, path, d.cinfo.output_width, d.cinfo.output_height, grey ? 8 : 24, alloc, work);
     if (grey) image.palette = greyPalette();
     if (inks) cmyk.resize(static_cast<size_t>(d.cinfo.output_width) * 4);
     // Files written by the usual publishing programs store inverted inks.

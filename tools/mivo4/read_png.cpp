@@ -1,15 +1,18 @@
 // PNG pictures through libpng.
 #include <png.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "image.h"
+#include "membudget.h"
 
 namespace mivo4::host {
 
@@ -47,13 +50,16 @@ Image readPng(const std::string &path, const PixelAllocator &alloc) {
     // Everything that libpng may abandon by longjmp lives outside this frame
     // or is trivially destructible; the C++ objects are made before setjmp.
     Image image;
-    std::vector<uint8_t> scratch;
+    std::unique_ptr<uint8_t[]> scratch;
     std::vector<png_color> colours;
     std::vector<uint8_t> alphas;
     if (setjmp(png_jmpbuf(r.png))) throw ReadError(path + ": bad PNG: " + r.message);
 
     png_init_io(r.png, f.get());
     png_set_user_limits(r.png, 0x7FFFFFFF, 0x7FFFFFFF);
+    // Ancillary chunks (compressed text, profiles) are held whole: none may
+    // take more than a small part of the budget.
+    png_set_chunk_malloc_max(r.png, static_cast<png_alloc_size_t>(std::min<uint64_t>(memoryBudget() / 4, 64u << 20)));
     png_read_info(r.png, r.info);
     png_uint_32 width = 0, height = 0;
     int bitDepth = 0, colourType = 0, interlace = 0;
@@ -105,7 +111,14 @@ Image readPng(const std::string &path, const PixelAllocator &alloc) {
     const int passes = interlace != PNG_INTERLACE_NONE ? png_set_interlace_handling(r.png) : 1;
     png_read_update_info(r.png, r.info);
 
-    allocatePixels(image, path, width, height, depth, alloc);
+    const size_t rowBytes = png_get_rowbytes(r.png, r.info);
+    const bool direct = kind == Bilevel || kind == Grey || kind == Colour ||
+                        (kind == Indexed && bitDepth != 2);
+    // Interlaced pictures that need converting are read whole first.
+    const uint64_t scratchRows = passes > 1 ? height : 1;
+    const uint64_t scratchBytes =
+        direct && rowBytes <= Image::rowBytes(width, depth) ? 0 : uint64_t{rowBytes} * scratchRows;
+    allocatePixels(image, path, width, height, depth, alloc, scratchBytes);
     switch (kind) {
     case Bilevel:
         image.palette = {Rgb{0, 0, 0}, Rgb{255, 255, 255}};
@@ -126,20 +139,17 @@ Image readPng(const std::string &path, const PixelAllocator &alloc) {
         break;
     }
 
-    const size_t rowBytes = png_get_rowbytes(r.png, r.info);
-    const bool direct = kind == Bilevel || kind == Grey || kind == Colour ||
-                        (kind == Indexed && bitDepth != 2);
-    if (direct && rowBytes <= image.stride()) {
+    if (scratchBytes == 0) {
         // Rows arrive in the module's own layout: read them in place.
         for (int pass = 0; pass < passes; ++pass)
             for (uint32_t y = 0; y < height; ++y) png_read_row(r.png, image.row(y), nullptr);
     } else {
-        // Interlaced pictures that need converting are read whole first.
-        const size_t rows = passes > 1 ? height : 1;
-        scratch.resize(rowBytes * rows);
+        // Not zero-filled: only the rows the data reaches are touched.
+        scratch.reset(new (std::nothrow) uint8_t[static_cast<size_t>(scratchBytes)]);
+        if (!scratch) throw ReadError(path + ": not enough memory to read the picture");
         for (int pass = 0; pass < passes; ++pass) {
             for (uint32_t y = 0; y < height; ++y) {
-                uint8_t *src = scratch.data() + (passes > 1 ? rowBytes * y : 0);
+                uint8_t *src = scratch.get() + (passes > 1 ? rowBytes * y : 0);
                 png_read_row(r.png, src, nullptr);
                 if (pass + 1 < passes) continue;
                 uint8_t *dst = image.row(y);

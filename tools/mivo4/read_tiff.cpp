@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "image.h"
+#include "membudget.h"
 
 namespace mivo4::host {
 
@@ -53,7 +55,12 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
         return ReadError(path + ": " + why + (lastTiffError.empty() ? "" : ": " + lastTiffError));
     };
 
-    std::unique_ptr<TIFF, TiffCloser> tif(TIFFOpen(path.c_str(), "r"));
+    // libtiff's own allocations (strips, tiles, tag arrays) stay within the
+    // budget as well.
+    std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions *)> options(TIFFOpenOptionsAlloc(), TIFFOpenOptionsFree);
+    if (!options) throw ReadError(path + ": not enough memory");
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(std::min<uint64_t>(memoryBudget(), INT64_MAX)));
+    std::unique_ptr<TIFF, TiffCloser> tif(TIFFOpenExt(path.c_str(), "r", options.get()));
     if (!tif) throw fail("cannot read this TIFF file");
     TIFF *t = tif.get();
 
@@ -95,12 +102,17 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
         // libtiff turns them into RGBA rows, top row first.
         char why[1024] = "";
         if (!TIFFRGBAImageOK(t, why)) throw ReadError(path + ": unsupported TIFF: " + why);
-        allocatePixels(image, path, width, height, 24, alloc);
-        std::vector<uint32_t> rgba(static_cast<size_t>(width) * height);
-        if (!TIFFReadRGBAImageOriented(t, width, height, rgba.data(), ORIENTATION_TOPLEFT, 0))
+        checkPictureSize(path, width, height);
+        const uint64_t rgbaBytes = uint64_t{width} * height * 4;
+        allocatePixels(image, path, width, height, 24, alloc, rgbaBytes);
+        // Not zero-filled: a file whose data ends early stops the reading
+        // (stop on the first error) before it touches the rest.
+        std::unique_ptr<uint32_t[]> rgba(new (std::nothrow) uint32_t[static_cast<size_t>(rgbaBytes / 4)]);
+        if (!rgba) throw ReadError(path + ": not enough memory to read the picture");
+        if (!TIFFReadRGBAImageOriented(t, width, height, rgba.get(), ORIENTATION_TOPLEFT, 1))
             throw fail("cannot decode the TIFF picture");
         for (uint32_t y = 0; y < height; ++y) {
-            const uint32_t *src = rgba.data() + static_cast<size_t>(y) * width;
+            const uint32_t *src = rgba.get() + static_cast<size_t>(y) * width;
             uint8_t *dst = image.row(y);
             for (uint32_t x = 0; x < width; ++x) {
                 // libtiff hands out colours already multiplied by their alpha.

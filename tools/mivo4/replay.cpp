@@ -24,7 +24,7 @@ int replayCommand(const std::string &modulePath, const ExportSettings &settings,
         return 1;
     }
     AtomicOutput out;
-    if (!out.open(output)) {
+    if (!out.open(output, tracePath)) {
         std::fprintf(stderr, "mivo4: %s\n", out.error().c_str());
         return 1;
     }

@@ -11,6 +11,7 @@
 
 #include "export/mivo4/gp4/gp4out.h"
 #include "export/raster/cells.h"
+#include "export/raster/device.h"
 #include "export/raster/element.h"
 
 #include <cstring>
@@ -102,7 +103,9 @@ void endImage(MoRastData &s) {
 
     // Every picture starts a fresh band state for the coder.
     mivo4::gp4::ClearBandState(*lpRaster);
-    OutputPicture(s.hFile, &r, DrawExportCellData);  // its result is not passed on
+    // Its result is not passed on; the export status keeps it.
+    mivo4::driver::Device().pictured = true;
+    mivo4::driver::Device().rendered = OutputPicture(s.hFile, &r, DrawExportCellData);
     // As at the end of a bitmap export, the reference row of the finished
     // picture is released.
     mivo4::gp4::ClearBandState(*lpRaster);

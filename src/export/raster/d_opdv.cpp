@@ -6,6 +6,7 @@
 #include <mivo4/raster.h>
 #include <mivo4/stream.h>
 
+#include "export/mivo4/expstat.h"
 #include "export/raster/device.h"
 #include "export/raster/element.h"
 
@@ -82,6 +83,10 @@ void *d_opdv(void *data) {
     if (s == nullptr) return data;
     d_empes(data);
     s->dvrstate = DVR_DEVICE_OPEN;
+    // A device session is an export as far as the host's status inquiry goes.
+    mivo4::exportstatus::Start();
+    mivo4::driver::Device().pictured = false;
+    mivo4::driver::Device().rendered = 0;
     const Rast_SetupData *setup = lpSetup;
     if (setup != nullptr && setup->pIOCBProc != nullptr) {
         // A host that refuses the open is not reported here.

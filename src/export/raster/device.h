@@ -14,6 +14,11 @@ struct DeviceOutput {
     // as long as the driver does, not on the stack of the open-device element.
     uint8_t *memory = nullptr;
     bool toMemory = false;  // the device was opened the memory way
+    // For the export status at close: whether a picture was output since the
+    // device opened, and the answer of the last one's band loop (0, or 901
+    // when the host stopped it).
+    bool pictured = false;
+    int32_t rendered = 0;
 };
 
 DeviceOutput &Device();

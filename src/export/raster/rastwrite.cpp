@@ -11,6 +11,8 @@
 
 #include "export/mivo4/gp4/gp4out.h"
 #include "export/raster/cells.h"
+#include "export/raster/device.h"
+#include "export/mivo4/expstat.h"
 #include "export/raster/element.h"
 #include "zep_xxxx/truncate.h"
 
@@ -70,6 +72,10 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
     // open failed and was reported): nothing is rendered.
     if (s == nullptr || lpRaster == nullptr || s->hFile == 0) return;
     Progress progress(*s);
+    // The export status at the device's close goes by this picture.
+    mivo4::driver::DeviceOutput &device = mivo4::driver::Device();
+    device.pictured = true;
+    device.rendered = 0;
 
     // The size asked for: the device window in inches, or the cells in pixels
     // when the driver has no metric scale.
@@ -88,7 +94,10 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
     QueryCellFormat(&w, &h, &d, &dpi, &outputFormat, &banding);
     const int32_t outW = mivo4::TruncateToInt32(w), outH = mivo4::TruncateToInt32(h);
     // A picture the header cannot describe is not written at all.
-    if (outW > kLargestSide || outH > kLargestSide) return;
+    if (outW > kLargestSide || outH > kLargestSide) {
+        mivo4::exportstatus::Begin(static_cast<uint32_t>(outW), static_cast<uint32_t>(outH));
+        return;
+    }
     const bool empty = outW <= 0 || outH <= 0;
 
     ZHANDLE image = 0;    // the newest bitmap made here
@@ -97,11 +106,16 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
         rlFreeNewData(image);
         rlFreeNewData(hTable);
     };
+    // The host asked to stop: abandoned without an error of the driver.
+    const auto stopped = [&] {
+        device.rendered = RASTER_ERR_STOPPED;
+        finish();
+    };
 
     if (!empty && outH < static_cast<int64_t>(src_height)) {
         image = rlShrinkBitmap(hBuffer, src_depth, src_width, src_height, static_cast<uint32_t>(outW),
                                static_cast<uint32_t>(outH));
-        if (!progress.add(20)) return finish();
+        if (!progress.add(20)) return stopped();
     }
     if (src_depth < 24) {
         hTable = rlGetMemory(768, 1);
@@ -130,7 +144,7 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
         }
         if (hTable != copied) rlFreeNewData(copied);
         src_colorformat = d > 23 ? 1 : 0;
-        if (!progress.add(20)) return finish();
+        if (!progress.add(20)) return stopped();
     }
     if (!empty && outputFormat == 2 && d == 32) {
         rlRGB4toCMYK(image != 0 ? image : hBuffer, static_cast<uint32_t>(outW), static_cast<uint32_t>(outH));
@@ -139,17 +153,17 @@ void RasterWriteCellData(ZHANDLE hBuffer, uint32_t src_width, uint32_t src_heigh
     if (!empty && outH > static_cast<int64_t>(src_height)) {
         take(image, rlStretchBitmap(image != 0 ? image : hBuffer, d, src_width, src_height,
                                     static_cast<uint32_t>(outW), static_cast<uint32_t>(outH)));
-        if (!progress.add(20)) return finish();
+        if (!progress.add(20)) return stopped();
     }
 
     const auto *table = static_cast<const VCD *>(rlLockMemory(hTable));
-    if (!progress.atLeastHalf()) return finish();
+    if (!progress.atLeastHalf()) return stopped();
     // Every picture starts a fresh band state for the coder.
     mivo4::gp4::ClearBandState(*lpRaster);
     const uint32_t width = empty ? 0 : static_cast<uint32_t>(outW), height = empty ? 0 : static_cast<uint32_t>(outH);
     uint32_t unused = 0;
     BeginCellBitmap(s->hFile, width, height, d, table != nullptr ? table : s->ColorTable, &unused);
-    if (!empty) WriteCellBits(s->hFile, image != 0 ? image : hBuffer, width, height, d, src_colorformat, 0);
+    if (!empty) device.rendered = WriteCellBits(s->hFile, image != 0 ? image : hBuffer, width, height, d, src_colorformat, 0);
     EndCellBitmap(s->hFile, 0);
     // As at the end of a bitmap export or of an image, the reference row of
     // the finished picture is released: nothing else would free it.
