@@ -30,13 +30,17 @@ def run(cmd):
     wall = time.perf_counter() - t0
     if p.returncode != 0:
         sys.exit("failed: %s\n%s" % (" ".join(cmd), p.stderr))
-    rss = next(int(l.split(":")[1]) for l in p.stderr.splitlines() if "Maximum resident set size" in l)
-    return wall, rss / 1024.0
+    def field(name):
+        return next(l.split(":", 1)[1] for l in p.stderr.splitlines() if name in l)
+    rss = int(field("Maximum resident set size"))
+    cpu = float(field("User time (seconds)")) + float(field("System time (seconds)"))
+    return wall, rss / 1024.0, cpu
 
 jobs = [("24-bit 2480x3508, PPM", "page24.ppm", 2480 * 3508 * 3),
         ("1-bit 2480x3508 text, PBM", "page1.pbm", ((2480 + 31) // 32 * 4) * 3508)]
 print("driver path against bitmap path, %d runs each, median wall time; peak RSS" % reps)
-print("%-28s %10s %10s %7s %10s %10s %9s" % ("picture", "gdp s", "bitmap s", "ratio", "gdp MiB", "bmp MiB", "gdp/input"))
+print("%-28s %10s %10s %7s %9s %9s %7s %10s %10s %9s" % ("picture", "gdp s", "bitmap s", "ratio", "gdp cpu", "bmp cpu",
+      "ratio", "gdp MiB", "bmp MiB", "gdp/input"))
 for label, name, input_bytes in jobs:
     src = os.path.join(work, name)
     base = [mivo4, "export", "--size", "user", "--source-dpi", "300", "--dpi", "300"]
@@ -49,7 +53,8 @@ for label, name, input_bytes in jobs:
     with open(os.path.join(work, "out-gdp.cal"), "rb") as f1, open(os.path.join(work, "out-bmp.cal"), "rb") as f2:
         same = f1.read() == f2.read()
     ta = statistics.median(x[0] for x in a); tb = statistics.median(x[0] for x in b)
+    ca = statistics.median(x[2] for x in a); cb = statistics.median(x[2] for x in b)
     ma = max(x[1] for x in a); mb = max(x[1] for x in b)
-    print("%-28s %10.3f %10.3f %6.2fx %10.1f %10.1f %8.2fx%s" % (label, ta, tb, ta / tb, ma, mb,
-          ma * 1048576.0 / input_bytes, "" if same else "  (outputs differ!)"))
+    print("%-28s %10.3f %10.3f %6.2fx %9.2f %9.2f %6.2fx %10.1f %10.1f %8.2fx%s" % (label, ta, tb, ta / tb, ca, cb,
+          ca / cb if cb > 0 else float("nan"), ma, mb, ma * 1048576.0 / input_bytes, "" if same else "  (outputs differ!)"))
 PY
