@@ -21,18 +21,26 @@ bool hasTemporary(const ScratchDir &dir) {
     return false;
 }
 
-}  // namespace
 
-TEST(HostSignals, EveryFatalSignalAtARandomMomentLeavesNoTemporaryFile) {
+// Exports with `way` (extra export options), each ended by a signal at a
+// random moment of its run.
+void signalAtRandomMoments(const std::vector<std::string> &way) {
+    auto exportArgs = [&](const std::string &in, const std::string &out) {
+        std::vector<std::string> args{"export", "--source-dpi", "100"};
+        args.insert(args.end(), way.begin(), way.end());
+        args.push_back(in);
+        args.push_back(out);
+        return args;
+    };
     ScratchDir dir;
     writeNoisePpm(dir / "in.ppm", 700, 700);
     // The finished file, to tell a complete output from anything else.
-    Outcome ref = runMivo4({"export", "--source-dpi", "100", dir / "in.ppm", dir / "ref.cal"}, dir);
+    Outcome ref = runMivo4(exportArgs(dir / "in.ppm", dir / "ref.cal"), dir);
     ASSERT_EQ(ref.code, 0) << ref.err;
     const auto complete = readBytes(dir / "ref.cal");
     // How long one export takes here, only to spread the signals over it.
     auto t0 = std::chrono::steady_clock::now();
-    ASSERT_EQ(runMivo4({"export", "--source-dpi", "100", dir / "in.ppm", dir / "ref2.cal"}, dir).code, 0);
+    ASSERT_EQ(runMivo4(exportArgs(dir / "in.ppm", dir / "ref2.cal"), dir).code, 0);
     const auto span = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0);
     std::mt19937 random(14);
     const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
@@ -41,7 +49,7 @@ TEST(HostSignals, EveryFatalSignalAtARandomMomentLeavesNoTemporaryFile) {
         const int sig = signals[trial % 4];
         writeBytes(dir / "out.cal", "old", {});
         std::uniform_int_distribution<long> when(0, span.count() * 11 / 10);
-        pid_t pid = startMivo4({"export", "--source-dpi", "100", dir / "in.ppm", dir / "out.cal"}, dir / ".o",
+        pid_t pid = startMivo4(exportArgs(dir / "in.ppm", dir / "out.cal"), dir / ".o",
                                dir / ".e");
         ASSERT_GT(pid, 0);
         usleep(static_cast<useconds_t>(when(random)));
@@ -61,6 +69,17 @@ TEST(HostSignals, EveryFatalSignalAtARandomMomentLeavesNoTemporaryFile) {
         }
     }
     EXPECT_GT(killed, 0) << "no trial was interrupted";
+}
+
+}  // namespace
+
+TEST(HostSignals, EveryFatalSignalAtARandomMomentLeavesNoTemporaryFile) { signalAtRandomMoments({}); }
+
+TEST(HostSignals, SignalsOnTheDriverPathLeaveNoTemporaryFileInAnyOutputWay) {
+    for (const char *mode : {"file", "memory", "callback"}) {
+        SCOPED_TRACE(mode);
+        signalAtRandomMoments({"--via", "gdp", "--output-mode", mode});
+    }
 }
 
 TEST(HostSignals, AClosedPipeOnStandardOutputLeavesNoTemporaryFile) {
