@@ -97,9 +97,10 @@ TEST(HostFaults, ResolutionsThatGiveNoPixelsSaySoInsteadOfBlamingTheSize) {
     writePbm(dir / "a.pbm", 16, 16);
     writeBytes(dir / "p.ini", "[Tiny]\nDriver=MIVO4.1\nResolution Mode=783\nSize Mode=602\nNot Defined=1\n", {});
     const std::vector<std::vector<std::string>> cases = {
-        {"--dpi", "1"},  // a user resolution, and a picture without one
+        // A user resolution, and a picture said to have none (taken as points).
+        {"--source-dpi", "0", "--dpi", "1"},
         {"--source-dpi", "32767"},
-        {"--profile", dir / "p.ini", "--mode", "Tiny"},
+        {"--source-dpi", "0", "--profile", dir / "p.ini", "--mode", "Tiny"},
     };
     for (const auto &options : cases) {
         std::vector<std::string> args = {"export"};

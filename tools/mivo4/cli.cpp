@@ -43,9 +43,12 @@ const char kUsage[] =
     "\n"
     "export options:\n"
     "  --size screen|printer|user|picture     size mode (default: the profile's, else user)\n"
-    "  --width INCHES  --height INCHES        output box, 0.03125 to 22 inches\n"
+    "  --width INCHES  --height INCHES        the output's size (size mode user; one keeps the aspect,\n"
+    "                                         both fit the picture in the box), 0.03125 to 22\n"
     "  --dpi N                                output resolution (default: the profile's, else 300)\n"
-    "  --source-dpi N                         the picture's resolution (default: from the file, else 0)\n"
+    "  --source-dpi N                         the picture's resolution (default: the file's; without one,\n"
+    "                                         the output's, so that the pixel size stays)\n"
+    "  --density N                            the picture's resolution and the output's at once\n"
     "  --screen WxH@DPI                       the screen told to the module (default 1280x1078@96)\n"
     "  --output-mode file|memory|callback     how the module writes (default file)\n"
     "  --progress                             a progress bar on standard error\n"
@@ -174,6 +177,12 @@ void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s,
             double d;
             if (!parseDouble(v, d)) throw UsageError{a + " needs a number of inches, not \"" + v + "\""};
             (a == "--width" ? s.width : s.height) = d;
+        } else if (a == "--density") {
+            std::string v = value(i);
+            int n;
+            if (!parseInt(v, 1, 9999, n)) throw UsageError{"--density needs a whole number from 1 to 9999, not \"" + v + "\""};
+            s.sourceDpi = n;
+            s.dpi = n;
         } else if (a == "--dpi" || a == "--source-dpi") {
             std::string v = value(i);
             int n;

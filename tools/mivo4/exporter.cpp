@@ -294,6 +294,34 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
 // The largest size a GP4 header holds.
 constexpr int64_t kLargestSide = 65535;
 
+// The picture's resolution as the module is told it: --source-dpi; else the
+// one that gives the --width or --height asked for (both: the picture fits
+// the box, its aspect kept); else the file's; else, as the field's tools do,
+// the output's, so that a picture without a resolution keeps its pixel size.
+int pictureDpi(const Setup &setup, const Image &image, const ExportSettings &s) {
+    if (s.sourceDpi) return *s.sourceDpi;
+    const Setup::Sizing z = setup.sizing();
+    if (s.width || s.height) {
+        // The module sizes a bitmap from the picture alone: its output box
+        // has no effect on one, so other size modes cannot take a size.
+        if (z.sizeMode != SIZE_USER)
+            throw ExportError("--width and --height size the output in size mode user only; the other size "
+                              "modes take the picture's own size",
+                              2);
+        const double byWidth = s.width ? image.width / *s.width : 0.0;
+        const double byHeight = s.height ? image.height / *s.height : 0.0;
+        const double dpi = std::round(std::max(byWidth, byHeight));
+        if (!(dpi >= 1.0) || dpi > 32767.0)
+            throw ExportError("a picture of " + inches(image.width) + " x " + inches(image.height) +
+                                  " pixels cannot be given that size (it would need " + inches(dpi) +
+                                  " pixels per inch; 1 to 32767 are possible)",
+                              2);
+        return static_cast<int>(dpi);
+    }
+    if (image.dpi > 0) return image.dpi;
+    return z.xres > 0 ? z.xres : 0;
+}
+
 // The picture and the screen as the module's size query and bitmap export
 // take them.
 zepRasterInfoInput rasterInfo(const Image &image, int srcdpi, const ExportSettings &settings) {
@@ -335,6 +363,10 @@ void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int sr
     }
     if (height >= 1) height = std::ceil(height / 2) * 2;
     auto size = [&] { return inches(width) + " x " + inches(height); };
+    if (width >= 1 && height >= 1 && (width < image.width / 8.0 || height < image.height / 8.0))
+        std::fprintf(stderr, "mivo4: warning: the output will be %s pixels, less than an eighth of the picture's "
+                             "%u x %u (size mode and resolutions)\n",
+                     size().c_str(), image.width, image.height);
     if (width < 1 || height < 1)
         throw ExportError("the output would be " + size() + " pixels (" + inches(image.width) + " x " +
                           inches(image.height) + " pixels at " + std::to_string(srcdpi) + " dpi to " +
@@ -388,7 +420,7 @@ size_t memoryOutputLength(const uint8_t *data, size_t size) {
 }
 
 ExportReport runExport(const Module &module, const ExportSettings &settings, AtomicOutput &out,
-                       const ModuleSender &send, bool checkPicture, const Image *picture, int srcdpi) {
+                       const ModuleSender &send, bool checkPicture, const Image *picture, int *srcdpi) {
     const ModuleApi &api = module.api();
     if (!settings.profile.empty()) checkProfile(settings.profile);
     Setup setup(api, settings);
@@ -404,9 +436,10 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         if (setup.escape(ESC_OUTPUT_CALLBACK, 4, reinterpret_cast<void *>(&streamCallback)) != 1)
             throw ExportError("the module refused the output callback");
     }
-    if (picture != nullptr) {
-        zepRasterInfoInput ri = rasterInfo(*picture, srcdpi, settings);
-        checkOutputSize(api, setup, *picture, srcdpi, ri);
+    if (picture != nullptr && srcdpi != nullptr) {
+        *srcdpi = pictureDpi(setup, *picture, settings);
+        zepRasterInfoInput ri = rasterInfo(*picture, *srcdpi, settings);
+        checkOutputSize(api, setup, *picture, *srcdpi, ri);
     }
 
     ProgressState progress{settings.progress, -1};
@@ -497,11 +530,11 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
         }
     }
     const Image &image = settings.tones != Tones::Module ? converted : original;
-    const int srcdpi = settings.sourceDpi.value_or(image.dpi);
+    int srcdpi = 0;  // worked out once the setup is made
     if (settings.via == Via::Gdp) {
         return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {
             return sendThroughDriver(module, image, srcdpi, settings, setup, name, x);
-        }, true, &image, srcdpi);
+        }, true, &image, &srcdpi);
     }
     const ModuleApi &api = module.api();
     if (api.exportCellData == nullptr)
@@ -524,14 +557,15 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
         }
         r.hColorTable = memory.handleOf(table);
     }
-    zepRasterInfoInput ri = rasterInfo(image, srcdpi, settings);
+    zepRasterInfoInput ri{};
     return runExport(module, settings, out, [&](ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &x) {
+        ri = rasterInfo(image, srcdpi, settings);
         IMPORT_OPTIONS imp{};
         imp.Version = 1;
         imp.hOutputData = setup;
         imp.lpExport = &x;
         return api.exportCellData(name.c_str(), &r, &ri, &imp);
-    }, true, &image, srcdpi);
+    }, true, &image, &srcdpi);
 }
 
 }  // namespace mivo4::host

@@ -86,14 +86,14 @@ ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image
 using ModuleSender = std::function<int32_t(ZHANDLE setup, const std::string &name, EXPORT_OPTIONS &options)>;
 
 // One export into out through `send`: makes the setup from the settings,
-// refuses a picture (when given, at srcdpi) whose output a GP4 file cannot
-// hold, runs the sender under the host's progress display and Ctrl-C
+// works out the picture's resolution into *srcdpi (when a picture is given),
+// refuses a picture whose output a GP4 file cannot hold, runs the sender under the host's progress display and Ctrl-C
 // handling, collects the output of every way into out and checks it (the
 // module's export status and a whole GP4 picture, unless checkPicture is
 // false). Throws ExportError.
 ExportReport runExport(const Module &module, const ExportSettings &settings, AtomicOutput &out,
                        const ModuleSender &send, bool checkPicture = true, const Image *picture = nullptr,
-                       int srcdpi = 0);
+                       int *srcdpi = nullptr);
 
 // The length of the file in a memory-way block: the block holds the data,
 // one 0xFF end byte and zero fill, so zeros are stripped from the end, then
