@@ -15,16 +15,6 @@ namespace {
 
 constexpr size_t kProfileNameSize = 144;
 
-// INIDIR + "/" (when it does not already end with one) + name; empty when
-// INIDIR is unset or empty.
-std::string inInidir(const char *name) {
-    const char *dir = std::getenv("INIDIR");
-    if (dir == nullptr || dir[0] == '\0') return {};
-    std::string path = dir;
-    if (path.back() != '/') path += '/';
-    return path + name;
-}
-
 // Only a regular file (or a name that does not exist yet) is opened as a
 // profile: a device or a FIFO is never read or written as one.
 bool profileOrNothing(const char *path) {
@@ -38,7 +28,7 @@ HZEPIO INIopen(char *name, uint32_t resolvedSize, uint32_t flags) {
     if (name == nullptr || name[0] == '\0') return 0;
     if (profileOrNothing(name))
         if (HZEPIO h = zepOpen(name, nullptr, flags)) return h;
-    std::string path = inInidir(name);
+    std::string path = mivo4::ini::InInidir(name);
     if (path.empty() || !profileOrNothing(path.c_str())) return 0;
     HZEPIO h = zepOpen(path.c_str(), nullptr, flags);
     if (h != 0 && resolvedSize != 0) mivo4::copyText(name, resolvedSize, path.c_str());
@@ -60,7 +50,7 @@ int32_t GetProfileDirectory(char *name, const char *modulePath) {
     const char *dir = std::getenv("INIDIR");
     std::string candidate = name;
     if (dir != nullptr && dir[0] != '\0' && std::strlen(dir) < kProfileNameSize)
-        candidate = inInidir(name);
+        candidate = mivo4::ini::InInidir(name);
     // The profile found is read (and kept) at once: the setup that is being
     // made reads its keys from it next, without reading the file again. A
     // file that is not a regular file is not a profile.
@@ -72,3 +62,15 @@ int32_t GetProfileDirectory(char *name, const char *modulePath) {
     }
     return 1;
 }
+
+namespace mivo4::ini {
+
+std::string InInidir(const char *name) {
+    const char *dir = std::getenv("INIDIR");
+    if (dir == nullptr || dir[0] == '\0') return {};
+    std::string path = dir;
+    if (path.back() != '/') path += '/';
+    return path + name;
+}
+
+}  // namespace mivo4::ini

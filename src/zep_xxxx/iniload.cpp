@@ -44,14 +44,6 @@ bool sameIdentity(const struct stat &a, const struct stat &b) {
            a.st_ctim.tv_sec == b.st_ctim.tv_sec && a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
 }
 
-std::string inInidir(const char *name) {
-    const char *dir = std::getenv("INIDIR");
-    if (dir == nullptr || dir[0] == '\0') return {};
-    std::string path = dir;
-    if (path.back() != '/') path += '/';
-    return path + name;
-}
-
 // The first line ending decides the file's: as zepGetLineFormat finds it.
 int32_t lineFormatOf(std::string_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
@@ -167,7 +159,7 @@ std::string Resolve(const char *name) {
     if (name == nullptr || name[0] == '\0') return {};
     struct stat st;
     if (lstat(name, &st) == 0) return name;
-    std::string other = inInidir(name);
+    std::string other = InInidir(name);
     if (!other.empty() && lstat(other.c_str(), &st) == 0) return other;
     return {};
 }

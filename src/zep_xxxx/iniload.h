@@ -47,6 +47,10 @@ struct Found {
 // then INIDIR + "/" + name. Empty when neither exists.
 std::string Resolve(const char *name);
 
+// INIDIR + "/" (when it does not already end with one) + name; empty when
+// INIDIR is unset or empty.
+std::string InInidir(const char *name);
+
 // Finds and reads the profile called name. With useKept, the profile kept
 // from the last read serves when path and identity still match.
 Found Load(const char *name, bool useKept);
