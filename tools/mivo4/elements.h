@@ -38,7 +38,7 @@ void put(Element &e, size_t offset, const T &value) {
 
 // Device window from (x1, y1) to (x2, y2), z 0.
 Element deviceWindow(double x1, double y1, double x2, double y2);
-// Viewport specification mode; mode 1 (metric) with millimetres per unit.
+// Viewport mode; mode 1 (metric) with millimetres per unit.
 Element viewportMode(int16_t mode, double millimetresPerUnit);
 // Colour-table entries from `start`: red, green, blue bytes.
 Element colourTable(int32_t start, const std::vector<uint8_t> &rgb);
