@@ -10,6 +10,7 @@ packages=(
   graphicsmagick imagemagick
   help2man dpkg-dev file python3 time
   libgsf-bin python3-olefile
+  parallel
 )
 
 missing=()

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "batch.h"
 #include "cfb.h"
 #include "demo.h"
 #include "exporter.h"
@@ -61,6 +62,11 @@ const char kUsage[] =
     "                                         who makes black and white: the module (error diffusion\n"
     "                                         onto eight greys, default), or the host from the\n"
     "                                         luminance: Floyd-Steinberg, a threshold (50%), Bayer 8x8\n"
+    "  -o DIR INPUT...                        convert many pictures, each to DIR/NAME.cal\n"
+    "  --files-from LIST                      more INPUTs, one path a line (- for standard input)\n"
+    "  -j N                                   worker processes for -o (default: the cores)\n"
+    "  --shard I/N                            take every N-th picture of the list from the I-th (0-based)\n"
+    "  --                                     only INPUTs and OUTPUT follow\n"
     "  --via bitmap|gdp                       hand the picture over as a bitmap (ExportCellData, default)\n"
     "                                         or as an image of cell arrays sent to the raster driver\n"
     "  --rows-per-element N                   rows of one cell array on the driver path (default 64)\n"
@@ -157,13 +163,51 @@ int versionInfo(const std::string &modulePath) {
 // The export options, shared by export and replay; the other arguments are
 // collected in files.
 void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s, bool &demo,
-                        std::vector<std::string> &files) {
+                        std::vector<std::string> &files, BatchJob *batch = nullptr) {
     auto value = [&](size_t &i) -> std::string {
         if (i + 1 >= args.size()) throw UsageError{args[i] + " needs a value"};
         return args[++i];
     };
+    bool onlyFiles = false;  // after "--"
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string &a = args[i];
+        const size_t first = i;  // the option's first token, for the batch's workers
+        if (onlyFiles) {
+            files.push_back(a);
+            continue;
+        }
+        if (a == "--") {
+            onlyFiles = true;
+            continue;
+        }
+        if (batch != nullptr && (a == "-o" || a == "--output-dir")) {
+            batch->outputDir = value(i);
+            continue;
+        }
+        if (batch != nullptr && (a == "-j" || a == "--jobs")) {
+            std::string v = value(i);
+            if (!parseInt(v, 1, 1024, batch->jobs)) throw UsageError{a + " needs a number of workers from 1 to 1024, not \"" + v + "\""};
+            continue;
+        }
+        if (batch != nullptr && a == "--files-from") {
+            try {
+                for (std::string &p : readFileList(value(i))) files.push_back(std::move(p));
+            } catch (const std::runtime_error &e) {
+                throw UsageError{std::string("--files-from: ") + e.what()};
+            }
+            continue;
+        }
+        if (batch != nullptr && a == "--shard") {
+            std::string v = value(i);
+            size_t slash = v.find('/');
+            int index = 0, count = 0;
+            if (slash == std::string::npos || !parseInt(v.substr(0, slash), 0, 1000000, index) ||
+                !parseInt(v.substr(slash + 1), 1, 1000000, count) || index >= count)
+                throw UsageError{"--shard needs I/N with 0 <= I < N, for example 0/4, not \"" + v + "\""};
+            batch->shardIndex = index;
+            batch->shardCount = count;
+            continue;
+        }
         if (a == "--size") {
             std::string v = value(i);
             const char *names[] = {"screen", "printer", "user", "picture"};
@@ -246,7 +290,10 @@ void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s,
             throw UsageError{"unknown export option " + a};
         } else {
             files.push_back(a);
+            continue;
         }
+        // Every picture of a batch is exported with the same options.
+        if (batch != nullptr) batch->exportOptions.insert(batch->exportOptions.end(), args.begin() + first, args.begin() + i + 1);
     }
     if (!s.modeName.empty() && s.profile.empty()) throw UsageError{"--mode needs --profile"};
     if (!s.profile.empty() && s.modeName.empty()) throw UsageError{"--profile needs --mode"};
@@ -256,8 +303,20 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
     ExportSettings s;
     bool demo = false;
     std::vector<std::string> files;
-    parseExportOptions(args, s, demo, files);
+    BatchJob batch;
+    parseExportOptions(args, s, demo, files, &batch);
     if (!s.tracePath.empty() && s.via != Via::Gdp) throw UsageError{"--trace records the driver path: add --via gdp"};
+    if (!batch.outputDir.empty()) {
+        if (demo || !s.tracePath.empty()) throw UsageError{"-o DIR converts pictures; --demo and --trace take one OUTPUT"};
+        if (files.empty()) throw UsageError{"-o DIR needs at least one INPUT (or --files-from LIST)"};
+        // The bar counts pictures; each picture's own export draws none.
+        batch.progress = s.progress;
+        std::erase(batch.exportOptions, std::string("--progress"));
+        batch.inputs = files;
+        batch.modulePath = modulePath;
+        return runBatch(batch);
+    }
+    if (batch.jobs != 0 || batch.shardCount != 1) throw UsageError{"-j and --shard go with -o DIR"};
     if (demo ? files.size() != 1 : files.size() != 2)
         throw UsageError{demo ? "export --demo needs exactly one OUTPUT" : "export needs INPUT and OUTPUT"};
     const std::string output = files.back();
