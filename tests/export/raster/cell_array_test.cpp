@@ -19,6 +19,8 @@ using mivo4::test::Element;
 using mivo4::test::EndImageElement;
 using mivo4::test::PointerCellArrayElement;
 using mivo4::test::RectElement;
+using mivo4::test::statusLog;
+using mivo4::test::VpsmElement;
 
 constexpr VCD kBlack{0, 0, 0};
 constexpr VCD kWhite{255, 255, 255};
@@ -456,16 +458,6 @@ TEST_F(CellArray, CellArrayAfterAnImageContinuesFromWhereTheImageLeftTheRows) {
     finish();
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DecodeGp4File;
-using mivo4::test::DriverSession;
-using mivo4::test::RectElement;
-using mivo4::test::VpsmElement;
 
 TEST_F(DriverSession, InvertedSingleCellArrayBelowATallerPictureWritesOnlyInsideItsBlock) {
     // Height 10 from an earlier image: the inverted rows go to rows 8 and 7,
@@ -563,16 +555,6 @@ TEST_F(DriverSession, TheSinkReadsTheSetupHandedToInitialisation) {
     lpRaster = nullptr;
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DecodeGp4File;
-using mivo4::test::DriverSession;
-using mivo4::test::RectElement;
-using mivo4::test::VpsmElement;
 
 // Shrink or stretch is chosen by the heights alone, so a shrink may widen and
 // a stretch narrow. One unit a point (25.4 mm a unit is one an inch, which the
@@ -626,16 +608,6 @@ TEST_F(DriverSession, ShrinkThatWidensAndStretchThatNarrowsStayInsideTheirBitmap
     }
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DecodeGp4File;
-using mivo4::test::DriverSession;
-using mivo4::test::RectElement;
-using mivo4::test::VpsmElement;
 
 TEST_F(DriverSession, WindowWiderThanTheCellsWithEqualHeightsReadsZeroOutsideTheBitmap) {
     // One unit a point at 72 dpi: the window asks for 100 x 10 pixels, the
@@ -672,15 +644,6 @@ TEST_F(DriverSession, WindowWiderThanTheCellsWithEqualHeightsReadsZeroOutsideThe
     }
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DriverSession;
-using mivo4::test::RectElement;
-using mivo4::test::statusLog;
 
 class SingleCellArrayProgress : public DriverSession {
 protected:
@@ -738,17 +701,6 @@ TEST_F(SingleCellArrayProgress, StopAnsweredDuringTheWorkAbandonsItWithoutAnErro
     finish();
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::BeginImageElement;
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DecodeGp4File;
-using mivo4::test::DriverSession;
-using mivo4::test::EndImageElement;
-using mivo4::test::RectElement;
 
 TEST_F(DriverSession, InvertedRowsContinueDownwardsAcrossElements) {
     // Height 6: the first element starts at 5 and places rows 4 and 3, the
@@ -777,18 +729,6 @@ TEST_F(DriverSession, InvertedRowsContinueDownwardsAcrossElements) {
             ASSERT_EQ(d.picture->black(x, y), ((expected[y] >> (7 - x)) & 1) == 0) << x << "," << y;
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::BeginImageElement;
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DecodeGp4File;
-using mivo4::test::DriverSession;
-using mivo4::test::EndImageElement;
-using mivo4::test::RectElement;
-using mivo4::test::statusLog;
 
 TEST_F(DriverSession, ThirtyTwoBitCellsAreWrittenAtTheirSizeOutsideAndInsideAnImage) {
     startPicture(1u << 16, {RectElement(518, 0, 0, 5, 3)});

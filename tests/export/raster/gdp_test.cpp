@@ -381,17 +381,6 @@ TEST_F(Image, SeveralPicturesInOneStreamRewriteTheDataFromByte2048) {
         for (uint32_t x = 0; x < 16; ++x) ASSERT_EQ(second->black(x, y), x >= 8) << x << "," << y;
 }
 
-}  // namespace
-
-namespace {
-
-using mivo4::test::BeginImageElement;
-using mivo4::test::CellArrayElement;
-using mivo4::test::ColorTableElement;
-using mivo4::test::DecodeGp4File;
-using mivo4::test::DriverSession;
-using mivo4::test::EndImageElement;
-using mivo4::test::RectElement;
 
 TEST_F(DriverSession, ImageOfOddHeightIsOutputOneRowTaller) {
     startPicture(1u << 16, {RectElement(518, 0, 0, 7, 4)});
