@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "export/mivo4/exportfixture.h"
 #include "oracle/g4decode.h"
 #include "zep_xxxx/memdebug.h"
 
@@ -57,47 +58,6 @@ void flat24(HostBitmap &b, uint32_t width, uint32_t height, uint8_t grey) {
     for (uint32_t y = 0; y < height; ++y) std::memset(bits + y * stride, grey, width * 3);
 }
 
-
-struct StreamLog {
-    std::vector<int32_t> ops;
-    intptr_t openHandle = 0;
-    std::vector<uint8_t> data;
-    int64_t pos = 0;
-};
-StreamLog *gStream = nullptr;
-
-// A host stream callback over a byte vector.
-int32_t hostStream(intptr_t handle, int32_t op, intptr_t a1, intptr_t a2) {
-    StreamLog &s = *gStream;
-    s.ops.push_back(op);
-    switch (op) {
-    case ZEP_CB_OPEN:
-        s.openHandle = handle;
-        return 7;
-    case ZEP_CB_WRITE: {
-        auto n = static_cast<size_t>(a2);
-        if (s.data.size() < s.pos + n) s.data.resize(s.pos + n);
-        std::memcpy(s.data.data() + s.pos, reinterpret_cast<const void *>(a1), n);
-        s.pos += static_cast<int64_t>(n);
-        return static_cast<int32_t>(n);
-    }
-    case ZEP_CB_READ: {
-        auto n = std::min<size_t>(static_cast<size_t>(a2), s.data.size() - static_cast<size_t>(s.pos));
-        std::memcpy(reinterpret_cast<void *>(a1), s.data.data() + s.pos, n);
-        s.pos += static_cast<int64_t>(n);
-        return static_cast<int32_t>(n);
-    }
-    case ZEP_CB_SEEK: {
-        int32_t offset = 0;
-        std::memcpy(&offset, reinterpret_cast<const void *>(a1), 4);
-        int64_t base = a2 == 0 ? 0 : a2 == 1 ? s.pos : static_cast<int64_t>(s.data.size());
-        s.pos = base + offset;
-        return static_cast<int32_t>(s.pos);
-    }
-    default:
-        return 0;
-    }
-}
 
 class BitmapExport : public ::testing::Test {
 protected:
@@ -145,9 +105,9 @@ protected:
         options_.hMF = 0;
         return bytes;
     }
-    std::vector<uint8_t> exportToCallback(ZEPRaster &r, int32_t dpi, StreamLog &log) {
-        gStream = &log;
-        EXPECT_EQ(xEscapeSetup(setup_, ESC_OUTPUT_CALLBACK, 4, reinterpret_cast<void *>(&hostStream), nullptr, 0), 1);
+    std::vector<uint8_t> exportToCallback(ZEPRaster &r, int32_t dpi, mivo4::test::HostStream &log) {
+        mivo4::test::gHostStream = &log;
+        EXPECT_EQ(xEscapeSetup(setup_, ESC_OUTPUT_CALLBACK, 4, reinterpret_cast<void *>(&mivo4::test::hostStreamProc), nullptr, 0), 1);
         options_.FileHandle = 0xCAFE;
         zepRasterInfoInput ri = info(r, dpi);
         EXPECT_EQ(ExportCellData("host-name", &r, &ri, &import_), 0);
@@ -183,7 +143,7 @@ TEST_F(BitmapExport, ThreeOutputWaysGiveTheSameBytes) {
     oneBit(b, p);
     std::vector<uint8_t> file = exportToFile(b.r, 300);
     std::vector<uint8_t> memory = exportToMemory(b.r, 300);
-    StreamLog log;
+    mivo4::test::HostStream log;
     std::vector<uint8_t> callback = exportToCallback(b.r, 300, log);
     ASSERT_GT(file.size(), 2048u);
     EXPECT_EQ(memory, file);

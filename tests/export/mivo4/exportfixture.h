@@ -53,24 +53,36 @@ struct HostPicture {
     HostPicture &operator=(const HostPicture &) = delete;
 };
 
-// The host's stream over a byte vector, for callback outputs.
+// The host's stream over a byte vector, for callback outputs. It notes the
+// operations asked of it and the host stream handed to its open, and can be
+// told to refuse every write.
 struct HostStream {
     std::vector<uint8_t> data;
     int64_t pos = 0;
     bool failWrites = false;
+    std::vector<int32_t> ops;
+    intptr_t openHandle = 0;
 };
 inline HostStream *gHostStream = nullptr;
 
-inline int32_t hostStreamProc(intptr_t, int32_t op, intptr_t a1, intptr_t a2) {
+inline int32_t hostStreamProc(intptr_t handle, int32_t op, intptr_t a1, intptr_t a2) {
     HostStream &s = *gHostStream;
+    s.ops.push_back(op);
     switch (op) {
     case ZEP_CB_OPEN:
+        s.openHandle = handle;
         return 7;
     case ZEP_CB_WRITE: {
         if (s.failWrites) return -1;
         auto n = static_cast<size_t>(a2);
         if (s.data.size() < static_cast<size_t>(s.pos) + n) s.data.resize(static_cast<size_t>(s.pos) + n);
         std::memcpy(s.data.data() + s.pos, reinterpret_cast<const void *>(a1), n);
+        s.pos += static_cast<int64_t>(n);
+        return static_cast<int32_t>(n);
+    }
+    case ZEP_CB_READ: {
+        auto n = std::min<size_t>(static_cast<size_t>(a2), s.data.size() - static_cast<size_t>(s.pos));
+        std::memcpy(reinterpret_cast<void *>(a1), s.data.data() + s.pos, n);
         s.pos += static_cast<int64_t>(n);
         return static_cast<int32_t>(n);
     }
