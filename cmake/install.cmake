@@ -32,12 +32,14 @@ install(FILES ${PROJECT_BINARY_DIR}/mivo4Config.cmake ${PROJECT_BINARY_DIR}/mivo
 
 if(MIVO4_BUILD_TOOLS)
   install(TARGETS mivo4 RUNTIME DESTINATION bin COMPONENT runtime)
-  # The manual page is made from the program's own --help and --version, so
-  # that it never disagrees with them.
+  # The manual page is made from the program's own --help, so that it never
+  # disagrees with it; the version is the project's (mivo4 --version would
+  # also name the build tree's module).
   find_program(HELP2MAN help2man REQUIRED)
   add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/mivo4.1
     COMMAND ${CMAKE_COMMAND} -E env MIVO4_MODULE=$<TARGET_FILE:mivo42>
-      ${HELP2MAN} --no-info --section=1 --name "export pictures as CALS Type 1 raster files (Group 4)"
+      ${HELP2MAN} --no-info --section=1 --version-string=${PROJECT_VERSION}
+      --name "export pictures as CALS Type 1 raster files (Group 4)"
       --output=${PROJECT_BINARY_DIR}/mivo4.1 $<TARGET_FILE:mivo4>
     DEPENDS mivo4 mivo42
     COMMENT "Writing the manual page from mivo4 --help" VERBATIM)

@@ -35,6 +35,7 @@ struct RunOptions {
     uint64_t addressSpace = 0;        // RLIMIT_AS for the child, 0 for none
     std::string stdinPath;            // standard input, default /dev/null
     std::vector<std::string> env;     // extra NAME=value entries
+    std::string cwd;                  // the directory it runs in, default the test's
 };
 
 // The program under test: the one built with the tests, or $MIVO4_TEST_CLI
@@ -68,6 +69,7 @@ inline pid_t startMivo4(const std::vector<std::string> &args, const std::string 
         int fo = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         int fe = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (fi < 0 || fo < 0 || fe < 0) _exit(126);
+        if (!o.cwd.empty() && chdir(o.cwd.c_str()) != 0) _exit(126);
         dup2(fi, 0);
         dup2(fo, 1);
         dup2(fe, 2);

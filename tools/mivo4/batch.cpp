@@ -130,6 +130,7 @@ int runBatch(const BatchJob &job) {
         drawCount(job.progress, done, mine.size());
     }
     if (job.progress) std::fputc('\n', stderr);
+    if (job.quiet) return failed == 0 ? 0 : 1;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::fprintf(stderr, "mivo4: %zu pictures: %zu done, %zu failed, in %.2f s with %zu workers\n", mine.size(),
                  mine.size() - failed, failed, seconds, workers);

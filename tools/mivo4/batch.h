@@ -16,6 +16,7 @@ struct BatchJob {
     int jobs = 0;                            // worker processes; 0: the number of cores
     int shardIndex = 0, shardCount = 1;      // take inputs shardIndex, +shardCount, ...
     bool progress = false;                   // a bar that counts pictures
+    bool quiet = false;                      // no summary at the end
 };
 
 // The output file of one input: DIR/NAME.cal, NAME the input's file name

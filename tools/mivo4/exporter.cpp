@@ -341,7 +341,8 @@ zepRasterInfoInput rasterInfo(const Image &image, int srcdpi, const ExportSettin
 // any other picture is taken as points (72 to the inch, its resolution
 // dividing first); the output resolution is the setup's, or the picture's
 // when the setup has a user resolution. Heights are made even.
-void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int srcdpi, zepRasterInfoInput &ri) {
+void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int srcdpi, zepRasterInfoInput &ri,
+                     bool quiet) {
     const Setup::Sizing z = setup.sizing();
     const bool userRes = z.resMode == RES_USER && srcdpi != 0;
     const double xres = userRes ? srcdpi : z.xres, yres = userRes ? srcdpi : z.yres;
@@ -363,7 +364,7 @@ void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int sr
     }
     if (height >= 1) height = std::ceil(height / 2) * 2;
     auto size = [&] { return inches(width) + " x " + inches(height); };
-    if (width >= 1 && height >= 1 && (width < image.width / 8.0 || height < image.height / 8.0))
+    if (!quiet && width >= 1 && height >= 1 && (width < image.width / 8.0 || height < image.height / 8.0))
         std::fprintf(stderr, "mivo4: warning: the output will be %s pixels, less than an eighth of the picture's "
                              "%u x %u (size mode and resolutions)\n",
                      size().c_str(), image.width, image.height);
@@ -439,7 +440,7 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
     if (picture != nullptr && srcdpi != nullptr) {
         *srcdpi = pictureDpi(setup, *picture, settings);
         zepRasterInfoInput ri = rasterInfo(*picture, *srcdpi, settings);
-        checkOutputSize(api, setup, *picture, *srcdpi, ri);
+        checkOutputSize(api, setup, *picture, *srcdpi, ri, settings.quiet);
     }
 
     ProgressState progress{settings.progress, -1};

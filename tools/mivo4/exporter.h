@@ -30,6 +30,7 @@ struct ExportSettings {
     int screenWidth = 1280, screenHeight = 1078, screenDpi = 96;
     OutputMode mode = OutputMode::File;
     bool progress = false;
+    bool quiet = false;  // no warnings
     bool verify = true;  // decode the whole result before it is put in place
     std::string profile, modeName;
     Via via = Via::Bitmap;

@@ -48,7 +48,7 @@ int replayCommand(const std::string &modulePath, const ExportSettings &settings,
     if (reported != 0)
         std::fprintf(stderr, "mivo4: replayed %zu elements into %s; the driver reported error %d\n", trace.size(),
                      output.c_str(), reported);
-    else if (output != "-")
+    else if (output != "-" && !settings.quiet)
         std::fprintf(stderr, "mivo4: replayed %zu elements into %s\n", trace.size(), output.c_str());
     return 0;
 }
