@@ -93,6 +93,7 @@ std::vector<std::string> parseOptions(const std::string &command, const std::str
         }
         if (code == ':') {
             const Option *o = byCode(optopt);
+            if (o == nullptr) throw unknown(word);
             throw UsageError{written(*o, isLong) + " needs a value"};
         }
         if (code == '?') {
