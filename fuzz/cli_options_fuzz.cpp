@@ -20,7 +20,7 @@ namespace {
 using Applied = std::vector<std::pair<std::string, std::string>>;
 
 std::vector<Option> table(Applied &applied, bool onlyForwarded) {
-    auto note = [&applied](const char *name, bool forward) {
+    auto note = [&applied, onlyForwarded](const char *name, bool forward) {
         return [&applied, name, forward, onlyForwarded](const std::string &v) {
             if (forward || !onlyForwarded) applied.emplace_back(name, v);
         };
