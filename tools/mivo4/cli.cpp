@@ -21,7 +21,9 @@
 #include "image.h"
 #include "membudget.h"
 #include "module.h"
+#include "info.h"
 #include "outfile.h"
+#include "progress.h"
 #include "replay.h"
 
 namespace mivo4::host {
@@ -34,8 +36,8 @@ const char kUsage[] =
     "\n"
     "  mivo4 export [options] INPUT OUTPUT   export a PNG, JPEG, TIFF or PNM picture as GP4\n"
     "  mivo4 export [options] --demo OUTPUT  export the built-in test chart\n"
-    "  mivo4 info [--limit-memory SIZE] FILE.cal\n"
-    "                                         show the header and check the coded picture\n"
+    "  mivo4 info [--limit-memory SIZE] FILE.cal...\n"
+    "                                         show each header, flag what is unusual, check the picture\n"
     "  mivo4 decode [--limit-memory SIZE] FILE.cal OUT.pbm|OUT.png\n"
     "                                         decode a GP4 file to look at it\n"
     "  mivo4 module-info                      show the module's entry table and version\n"
@@ -52,7 +54,7 @@ const char kUsage[] =
     "  --density N                            the picture's resolution and the output's at once\n"
     "  --screen WxH@DPI                       the screen told to the module (default 1280x1078@96)\n"
     "  --output-mode file|memory|callback     how the module writes (default file)\n"
-    "  --progress                             a progress bar on standard error\n"
+    "  --progress | --no-progress             a progress bar on standard error (default: on a terminal)\n"
     "  --profile FILE --mode NAME             start from a mode of a setup profile\n"
     "  --no-verify                            skip decoding the result with libtiff before keeping it\n"
     "  --allow-truncated                      read a JPEG whose data ends early (the rest filled in)\n"
@@ -102,6 +104,7 @@ std::vector<std::string> withoutLimit(std::vector<std::string> args) {
 }
 
 int fail(const std::string &message, int code = 1) {
+    breakProgressLine();
     std::fprintf(stderr, "mivo4: %s\n", message.c_str());
     return code;
 }
@@ -249,8 +252,8 @@ void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s,
             else if (v == "memory") s.mode = OutputMode::Memory;
             else if (v == "callback") s.mode = OutputMode::Callback;
             else throw UsageError{"--output-mode must be file, memory or callback, not \"" + v + "\""};
-        } else if (a == "--progress") {
-            s.progress = true;
+        } else if (a == "--progress" || a == "--no-progress") {
+            s.progress = a == "--progress";
         } else if (a == "--verify") {
             s.verify = true;
         } else if (a == "--no-verify") {
@@ -310,7 +313,7 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
         if (demo || !s.tracePath.empty()) throw UsageError{"-o DIR converts pictures; --demo and --trace take one OUTPUT"};
         if (files.empty()) throw UsageError{"-o DIR needs at least one INPUT (or --files-from LIST)"};
         // The bar counts pictures; each picture's own export draws none.
-        batch.progress = s.progress;
+        batch.progress = progressShown(s.progress);
         std::erase(batch.exportOptions, std::string("--progress"));
         batch.inputs = files;
         batch.modulePath = modulePath;
@@ -324,6 +327,7 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
     Module module;
     if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
     ModuleMemory memory(module.api());
+    ExportProgress progress(s);
     Image image;
     try {
         image = demo ? makeDemoChart(memory.allocator()) : readImage(files[0], memory.allocator());
@@ -348,48 +352,7 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
     return 0;
 }
 
-// ---------------------------------------------------------------- info, decode
-
-int infoCommand(const std::string &path) {
-    Gp4File g;
-    std::string error;
-    if (!loadGp4File(path, g, error)) return fail(error);
-    const Gp4Header &h = g.header;
-    std::printf("file: %s (%llu bytes)\n", path.c_str(), static_cast<unsigned long long>(g.size));
-    std::printf("header:%s\n", h.wellFormed ? "" : " (has bytes that are not printable ASCII)");
-    for (size_t i = 0; i < h.records.size(); ++i)
-        if (!h.records[i].empty()) std::printf("  %4zu  %s\n", i * 128, h.records[i].c_str());
-    std::printf("width: %u pixels\nheight: %u pixels\n", *h.width, *h.height);
-    if (h.density && *h.density > 0)
-        std::printf("density: %u dpi (%.3f x %.3f inches)\n", *h.density, *h.width / double(*h.density),
-                    *h.height / double(*h.density));
-    else
-        std::printf("density: none\n");
-    const double pixels = double(*h.width) * *h.height;
-    std::printf("coded data: %zu bytes (%.4f bits per pixel)\n", g.coded.size(),
-                pixels > 0 ? g.coded.size() * 8.0 / pixels : 0.0);
-    if (!h.damage.empty()) {
-        std::string all;
-        for (const std::string &d : h.damage) all += (all.empty() ? "" : "; ") + d;
-        std::printf("check: FAILED: the header is damaged: %s\n", all.c_str());
-        return 1;
-    }
-    // Row by row: the picture is never held whole, and decoding stops at the
-    // height the header states.
-    G4Check c = checkG4(g.coded, *h.width, *h.height);
-    if (!c.decodes) {
-        std::printf("check: FAILED: the coded data does not decode to %u x %u pixels: %s\n", *h.width, *h.height,
-                    c.problem.c_str());
-        return 1;
-    }
-    if (c.moreRows) {
-        std::printf("check: FAILED: the coded data holds more than %u rows\n", *h.height);
-        return 1;
-    }
-    std::printf("check: ok, decodes to exactly %u x %u pixels (%.2f%% black)\n", *h.width, *h.height,
-                pixels > 0 ? 100.0 * double(c.black) / pixels : 0.0);
-    return 0;
-}
+// ---------------------------------------------------------------- decode
 
 int decodeCommand(const std::string &path, const std::string &output) {
     const bool png = endsWith(output, ".png");
@@ -451,8 +414,7 @@ int runCli(int argc, char **argv) {
         }
         if (command == "info" || command == "decode") args = withoutLimit(args);
         if (command == "info") {
-            if (args.size() != 1) throw UsageError{"info takes one GP4 file"};
-            return infoCommand(args[0]);
+            return infoCommand(args);
         }
         if (command == "decode") {
             if (args.size() != 2) throw UsageError{"decode takes a GP4 file and an output .pbm or .png"};
