@@ -109,7 +109,7 @@ void ProgressBar::draw(bool force) {
     bar[kCells] = '\0';
     std::string label = finished_ ? "done" : stages_[current_].label;
     if (label.size() < kLabelWidth) label.resize(kLabelWidth, ' ');
-    std::fprintf(out_, "\r%s [%s] %3d%%", label.c_str(), bar, percent);
+    std::fprintf(out_, "\rexporting [%s] %3d%% %s", bar, percent, label.c_str());
     std::fflush(out_);
     lineOpen_ = true;
 }

@@ -34,7 +34,8 @@ public:
     ProgressBar &operator=(const ProgressBar &) = delete;
 
     // Stage `stage` has done `fraction` (0 to 1) of its work. A later stage
-    // than the current one starts it (the stages between count as done); an
+    // than the current one ends the current one and starts it (the stages
+    // between are skipped, their share going to it and those after it); an
     // earlier stage, or less than already shown, changes nothing.
     void advance(size_t stage, double fraction);
     // The stage will not run: its share goes to the stages after it. Only
