@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to what info and decode do with a GP4 file: the
-// header's records, then the coded data decoded row by row (and written as
-// PBM) under a small memory budget.
+// header's records (and what info flags in them), then the coded data decoded
+// row by row (and written as PBM) under a small memory budget.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "gp4file.h"
+#include "info.h"
 #include "membudget.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -20,7 +21,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (fd < 0 || ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size)) return 0;
     mivo4::host::Gp4File g;
     std::string error;
-    if (!mivo4::host::loadGp4File("/proc/self/fd/" + std::to_string(fd), g, error)) return 0;
+    const bool loaded = mivo4::host::loadGp4File("/proc/self/fd/" + std::to_string(fd), g, error);
+    size_t said = mivo4::host::headerWarnings(g.header).size();
+    for (const std::string &rec : g.header.records)
+        if (auto words = mivo4::host::describeOrientation(rec.substr(rec.find(':') + 1))) said += words->size();
+    if (said == SIZE_MAX) return 0;  // keeps the answers from being thrown away
+    if (!loaded) return 0;
     if (!g.header.damage.empty()) return 0;
     // Huge claimed heights of a few bytes of data end at the first bad row;
     // a stream of white rows for ever does not exist in a small input.

@@ -35,7 +35,7 @@ TEST(CliHabits, NoArgumentsPrintsTheUsageAndExitsTwo) {
 
 TEST(CliHabits, InfoWithoutAFileIsAUsageErrorNotTheEntryTable) {
     ScratchDir dir;
-    expectUsageError(runMivo4({"info"}, dir), "info takes one GP4 file");
+    expectUsageError(runMivo4({"info"}, dir), "info takes one or more GP4 files");
 }
 
 TEST(CliHabits, HelpHelpDashDashHelpAndDashHAllGiveTheWholeHelp) {

@@ -31,6 +31,7 @@ std::string selfPath() {
 pid_t startExport(const BatchJob &job, const std::string &input, const std::string &output) {
     std::vector<std::string> args{selfPath(), "--module", job.modulePath, "export"};
     args.insert(args.end(), job.exportOptions.begin(), job.exportOptions.end());
+    args.push_back("--no-progress");  // the bar counts pictures; one picture's own would garble it
     args.push_back("--");
     args.push_back(input);
     args.push_back(output);

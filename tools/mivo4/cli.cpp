@@ -12,9 +12,10 @@
 #include "cli_parser.h"
 #include "decode.h"
 #include "export.h"
-#include "gp4file.h"
+#include "info.h"
 #include "module.h"
 #include "module_info.h"
+#include "progress.h"
 #include "replay.h"
 #include "suggest.h"
 
@@ -25,51 +26,9 @@ namespace {
 const char kHint[] = "(mivo4 --help lists the commands and options)\n";
 
 int fail(const std::string &message, int code = 1) {
+    breakProgressLine();
     std::fprintf(stderr, "mivo4: %s\n", message.c_str());
     return code;
-}
-
-// ---------------------------------------------------------------- info
-
-int infoCommand(const std::string &path) {
-    Gp4File g;
-    std::string error;
-    if (!loadGp4File(path, g, error)) return fail(error);
-    const Gp4Header &h = g.header;
-    std::printf("file: %s (%llu bytes)\n", path.c_str(), static_cast<unsigned long long>(g.size));
-    std::printf("header:%s\n", h.wellFormed ? "" : " (has bytes that are not printable ASCII)");
-    for (size_t i = 0; i < h.records.size(); ++i)
-        if (!h.records[i].empty()) std::printf("  %4zu  %s\n", i * 128, h.records[i].c_str());
-    std::printf("width: %u pixels\nheight: %u pixels\n", *h.width, *h.height);
-    if (h.density && *h.density > 0)
-        std::printf("density: %u dpi (%.3f x %.3f inches)\n", *h.density, *h.width / double(*h.density),
-                    *h.height / double(*h.density));
-    else
-        std::printf("density: none\n");
-    const double pixels = double(*h.width) * *h.height;
-    std::printf("coded data: %zu bytes (%.4f bits per pixel)\n", g.coded.size(),
-                pixels > 0 ? g.coded.size() * 8.0 / pixels : 0.0);
-    if (!h.damage.empty()) {
-        std::string all;
-        for (const std::string &d : h.damage) all += (all.empty() ? "" : "; ") + d;
-        std::printf("check: FAILED: the header is damaged: %s\n", all.c_str());
-        return 1;
-    }
-    // Row by row: the picture is never held whole, and decoding stops at the
-    // height the header states.
-    G4Check c = checkG4(g.coded, *h.width, *h.height);
-    if (!c.decodes) {
-        std::printf("check: FAILED: the coded data does not decode to %u x %u pixels: %s\n", *h.width, *h.height,
-                    c.problem.c_str());
-        return 1;
-    }
-    if (c.moreRows) {
-        std::printf("check: FAILED: the coded data holds more than %u rows\n", *h.height);
-        return 1;
-    }
-    std::printf("check: ok, decodes to exactly %u x %u pixels (%.2f%% black)\n", *h.width, *h.height,
-                pixels > 0 ? 100.0 * double(c.black) / pixels : 0.0);
-    return 0;
 }
 
 // ---------------------------------------------------------------- commands
@@ -103,8 +62,8 @@ int runCommand(const std::string &modulePath, const std::string &command, const 
     }
     if (command == "info") {
         std::vector<std::string> files = operandsOf(command, limitMemoryOptions(), args);
-        if (files.size() != 1) throw UsageError{"info takes one GP4 file"};
-        return infoCommand(files[0]);
+        if (files.empty()) throw UsageError{"info takes one or more GP4 files"};
+        return infoCommand(files);
     }
     if (command == "decode") {
         std::vector<std::string> files = operandsOf(command, limitMemoryOptions(), args);

@@ -123,8 +123,11 @@ std::vector<Option> exportOptions(ExportArgs &a) {
          [&](const std::string &v) { s.profile = v; }, fw},
         {"mode", 0, "NAME", "the profile's mode to start from",
          [&](const std::string &v) { s.modeName = v; }, fw},
-        {"progress", 0, nullptr, "a progress bar on standard error (with -o DIR, one that counts pictures)",
+        {"progress", 0, nullptr, "draw the progress bar (reading, colour reduction, coding, checking; with "
+                                 "-o DIR, one that counts pictures) even when standard error is no terminal",
          [&](const std::string &) { s.progress = true; }},
+        {"no-progress", 0, nullptr, "no progress bar, even on a terminal",
+         [&](const std::string &) { s.progress = false; }},
         {"quiet", 'q', nullptr, "no summary line and no warnings; a --dpi the module "
                                 "overrode, changing the pixel size, is still told",
          [&](const std::string &) { s.quiet = true; }, fw},

@@ -28,11 +28,12 @@ const CommandText kCommands[] = {
      "mivo4 replay [options] TRACE.ddt OUTPUT\n",
      "Sends the elements a trace recorded (export --via gdp --trace) to the\n"
      "module's raster driver again, with a setup made from the options.\n"},
-    {"info", "show a GP4 file's header and check its coded picture",
-     "mivo4 info [options] FILE.cal\n",
-     "Shows the header records, the size and the density, and decodes the coded\n"
-     "picture row by row to check that it holds exactly what the header states.\n"
-     "Exit status 1 when the check fails.\n"},
+    {"info", "show GP4 files' headers, flag what is unusual, check the coded pictures",
+     "mivo4 info [options] FILE.cal...\n",
+     "Shows each file's header records, the size, the density and the orientation in\n"
+     "words; warns of record names and values outside the format and of records out of\n"
+     "their usual order; decodes the coded picture row by row to check that it holds\n"
+     "exactly what the header states. Exit status 1 when any file fails.\n"},
     {"decode", "decode a GP4 file to PBM or PNG to look at it",
      "mivo4 decode [options] FILE.cal OUT.pbm|OUT.png|-\n",
      "Decodes the coded picture with libtiff's decoder and writes it as PBM or\n"

@@ -9,12 +9,14 @@
 #include "image.h"
 #include "module.h"
 #include "outfile.h"
+#include "progress.h"
 
 namespace mivo4::host {
 
 namespace {
 
 int fail(const std::string &message, int code = 1) {
+    breakProgressLine();
     std::fprintf(stderr, "mivo4: %s\n", message.c_str());
     return code;
 }
@@ -24,7 +26,7 @@ int exportBatch(const std::string &modulePath, ExportArgs &a) {
         throw UsageError{"-o DIR converts pictures; --demo and --trace take one OUTPUT"};
     if (a.files.empty()) throw UsageError{"-o DIR needs at least one INPUT (or --files-from LIST)"};
     // The bar counts pictures; each picture's own export draws none.
-    a.batch.progress = a.settings.progress;
+    a.batch.progress = progressShown(a.settings.progress);
     a.batch.quiet = a.settings.quiet;
     a.batch.inputs = a.files;
     a.batch.modulePath = modulePath;
@@ -59,6 +61,7 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
     Module module;
     if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
     ModuleMemory memory(module.api());
+    ExportProgress progress(s);
     Image image;
     try {
         image = a.demo ? makeDemoChart(memory.allocator()) : readImage(files[0], memory.allocator());

@@ -13,6 +13,7 @@
 
 #include "gdp_export.h"
 #include "gp4file.h"
+#include "progress.h"
 #include "signals.h"
 
 namespace mivo4::host {
@@ -57,31 +58,33 @@ namespace {
 
 // ---------------------------------------------------------------- status
 
-struct ProgressState {
-    bool show = false;
-    int shown = -1;
+// The module's reports as the host's bar takes them.
+struct StatusState {
+    ProgressBar *bar = nullptr;
+    intptr_t range = 100;  // the module's full scale
 };
 
 constexpr int32_t kStatusProgress = 0;  // op 0, item 0: a plain progress report, value in a5
+constexpr int32_t kStatusStart = -2;    // op 0, item -2: the module starts its display, full scale in a4
 constexpr int32_t kStatusAskAgain = 2;  // op 2, item 61: the follow-up question after a non-zero answer
 
-void drawBar(ProgressState &p, int percent) {
-    percent = std::clamp(percent, 0, 100);
-    if (!p.show || percent == p.shown) return;
-    p.shown = percent;
-    constexpr int kCells = 40;
-    char bar[kCells + 1];
-    int full = percent * kCells / 100;
-    for (int i = 0; i < kCells; ++i) bar[i] = i < full ? '#' : '.';
-    bar[kCells] = '\0';
-    std::fprintf(stderr, "\rexporting [%s] %3d%%", bar, percent);
-    std::fflush(stderr);
+// The module reports its work before the coding below half of its scale
+// (scaling and depth changes, 20 each on the driver path) and codes from half
+// to the whole; its colour reduction itself says nothing. Reports that go
+// back (a second band starting again at half, the driver's closing 0) are
+// dropped by the bar.
+void moduleProgress(StatusState &s, intptr_t value) {
+    if (s.bar == nullptr || s.range <= 0) return;
+    const double f = static_cast<double>(value) / static_cast<double>(s.range);
+    if (f < 0.5) s.bar->advance(kReducing, f / 0.5);
+    else s.bar->advance(kCoding, (f - 0.5) / 0.5);
 }
 
-int32_t statusCallback(intptr_t hostData, int32_t op, int32_t item, intptr_t, intptr_t a5, intptr_t,
+int32_t statusCallback(intptr_t hostData, int32_t op, int32_t item, intptr_t a4, intptr_t a5, intptr_t,
                        intptr_t) {
-    auto *p = reinterpret_cast<ProgressState *>(hostData);
-    if (op == kStatusProgress && item == 0 && p != nullptr) drawBar(*p, static_cast<int>(a5));
+    auto *p = reinterpret_cast<StatusState *>(hostData);
+    if (op == kStatusProgress && item == kStatusStart && p != nullptr && a4 > 0) p->range = a4;
+    if (op == kStatusProgress && item == 0 && p != nullptr) moduleProgress(*p, a5);
     if ((op == kStatusProgress && item == 0) || op == kStatusAskAgain) return interruptRequested() ? 1 : 0;
     return 0;
 }
@@ -261,7 +264,7 @@ void applySettings(Setup &setup, const ExportSettings &s, bool profileLoaded) {
 
 // ---------------------------------------------------------------- output
 
-void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &report) {
+void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &report, ProgressBar &bar) {
     std::string error;
     std::vector<uint8_t> file = readWholeFile(out.tempPath(), error);
     if (!error.empty()) throw ExportError(error);
@@ -282,7 +285,13 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     if (!s.verify) return;
     std::vector<uint8_t> coded(file.begin() + 2048, file.end());
     file = {};
-    G4Check c = checkG4(coded, *h.width, *h.height);
+    bar.advance(kChecking, 0);
+    uint32_t rows = 0;
+    const double height = *h.height;
+    G4Check c = checkG4(coded, *h.width, *h.height, [&](const uint8_t *) {
+        bar.advance(kChecking, ++rows / height);
+        return true;
+    });
     if (!c.decodes)
         throw failed("the module's output does not decode to the " + std::to_string(*h.width) + " x " +
                      std::to_string(*h.height) + " pixels its header states (" + c.problem + "); nothing was written");
@@ -364,10 +373,12 @@ void checkOutputSize(const ModuleApi &, Setup &setup, const Image &image, int sr
     }
     if (height >= 1) height = std::ceil(height / 2) * 2;
     auto size = [&] { return inches(width) + " x " + inches(height); };
-    if (!quiet && width >= 1 && height >= 1 && (width < image.width / 8.0 || height < image.height / 8.0))
+    if (!quiet && width >= 1 && height >= 1 && (width < image.width / 8.0 || height < image.height / 8.0)) {
+        breakProgressLine();
         std::fprintf(stderr, "mivo4: warning: the output will be %s pixels, less than an eighth of the picture's "
                              "%u x %u (size mode and resolutions)\n",
                      size().c_str(), image.width, image.height);
+    }
     if (width < 1 || height < 1)
         throw ExportError("the output would be " + size() + " pixels (" + inches(image.width) + " x " +
                           inches(image.height) + " pixels at " + std::to_string(srcdpi) + " dpi to " +
@@ -443,12 +454,21 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         checkOutputSize(api, setup, *picture, *srcdpi, ri, settings.quiet);
     }
 
-    ProgressState progress{settings.progress, -1};
+    // A caller without a bar of its own (a replay) gets one for the stages run here.
+    std::optional<ProgressBar> ownBar;
+    ProgressBar *bar = settings.progressBar;
+    if (bar == nullptr) {
+        bar = &ownBar.emplace(progressShown(settings.progress), exportStages());
+        bar->skip(kReading);
+    }
+    if (!checkPicture || !settings.verify) bar->skip(kChecking);
+    bar->advance(kReducing, 0);
+    StatusState status{bar};
     HostStream hostStream{out.stream(), false};
     EXPORT_OPTIONS x{};
     x.Version = 1;
     x.GetSet_Status = statusCallback;
-    x.hDialog = reinterpret_cast<intptr_t>(&progress);
+    x.hDialog = reinterpret_cast<intptr_t>(&status);
     x.FileHandle = reinterpret_cast<intptr_t>(&hostStream);
 
     std::string name;
@@ -470,7 +490,6 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
         throw;
     }
     setGentleInterrupt(false);
-    if (progress.show && progress.shown >= 0) std::fputc('\n', stderr);
 
     // The memory way: the block's handle comes back in hMF.
     struct Block {
@@ -514,12 +533,16 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
     if (!out.closeStream()) throw ExportError(out.error());
 
     ExportReport report;
-    if (checkPicture) checkWritten(out, settings, report);
+    if (checkPicture) checkWritten(out, settings, report, *bar);
+    bar->finish();
     return report;
 }
 
 ExportReport exportImage(const Module &module, ModuleMemory &memory, const Image &original,
                          const ExportSettings &settings, AtomicOutput &out) {
+    // A one-bit picture goes out as it is: nothing to reduce, the coding is next.
+    if (settings.progressBar != nullptr)
+        settings.progressBar->advance(original.depth == 1 ? kCoding : kReducing, 0);
     // The host's own one-bit conversions hand the module a one-bit picture,
     // which it passes through unchanged.
     Image converted;

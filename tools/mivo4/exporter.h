@@ -17,6 +17,8 @@
 
 namespace mivo4::host {
 
+class ProgressBar;
+
 enum class OutputMode { File, Memory, Callback };
 // How the picture reaches the module: as a bitmap (ExportCellData) or as
 // drawing elements sent to its raster driver (an image bracket of cell arrays).
@@ -29,7 +31,12 @@ struct ExportSettings {
     std::optional<int> sourceDpi;  // else the picture's own
     int screenWidth = 1280, screenHeight = 1078, screenDpi = 96;
     OutputMode mode = OutputMode::File;
-    bool progress = false;
+    // A bar on standard error: forced on (--progress) or off (--no-progress),
+    // else drawn only when standard error is a terminal.
+    std::optional<bool> progress;
+    // The bar of the whole job when the caller keeps one (ExportProgress);
+    // else the export draws its own for the stages it runs.
+    ProgressBar *progressBar = nullptr;
     bool quiet = false;  // no warnings
     bool verify = true;  // decode the whole result before it is put in place
     std::string profile, modeName;

@@ -54,6 +54,10 @@ ReadOptions &readOptions() {
     return options;
 }
 
+void reportRows(uint64_t done, uint64_t total) {
+    if (const auto &told = readOptions().rowsRead) told(done, total);
+}
+
 void allocatePixels(Image &image, const std::string &path, uint32_t width, uint32_t height,
                     int depth, const PixelAllocator &alloc, uint64_t workBytes) {
     checkPictureSize(path, width, height);

@@ -74,8 +74,14 @@ struct ReadOptions {
     // A JPEG whose data ends early is read with the missing part filled in
     // by the decoder instead of being refused.
     bool allowTruncated = false;
+    // Told the rows read so far and the rows to read, as a reader goes on
+    // (for the progress bar); may be empty.
+    std::function<void(uint64_t done, uint64_t total)> rowsRead;
 };
 ReadOptions &readOptions();
+
+// Tells readOptions().rowsRead, if set: each reader's row loop calls it.
+void reportRows(uint64_t done, uint64_t total);
 
 // A grey ramp table of 256 entries.
 std::vector<Rgb> greyPalette();

@@ -101,6 +101,7 @@ Image readJpeg(const std::string &path, const PixelAllocator &alloc) {
     const bool inverted = d.cinfo.saw_Adobe_marker;
     while (d.cinfo.output_scanline < d.cinfo.output_height) {
         uint32_t y = d.cinfo.output_scanline;
+        reportRows(y, d.cinfo.output_height);
         JSAMPROW row = inks ? cmyk.data() : image.row(y);
         jpeg_read_scanlines(&d.cinfo, &row, 1);
         if (!inks) continue;

@@ -142,13 +142,14 @@ Image readPng(const std::string &path, const PixelAllocator &alloc) {
     if (scratchBytes == 0) {
         // Rows arrive in the module's own layout: read them in place.
         for (int pass = 0; pass < passes; ++pass)
-            for (uint32_t y = 0; y < height; ++y) png_read_row(r.png, image.row(y), nullptr);
+            for (uint32_t y = 0; y < height; reportRows(uint64_t{height} * pass + ++y, uint64_t{height} * passes)) png_read_row(r.png, image.row(y), nullptr);
     } else {
         // Not zero-filled: only the rows the data reaches are touched.
         scratch.reset(new (std::nothrow) uint8_t[static_cast<size_t>(scratchBytes)]);
         if (!scratch) throw ReadError(path + ": not enough memory to read the picture");
         for (int pass = 0; pass < passes; ++pass) {
             for (uint32_t y = 0; y < height; ++y) {
+                reportRows(uint64_t{height} * pass + y, uint64_t{height} * passes);
                 uint8_t *src = scratch.get() + (passes > 1 ? rowBytes * y : 0);
                 png_read_row(r.png, src, nullptr);
                 if (pass + 1 < passes) continue;

@@ -112,6 +112,7 @@ Image readPnm(const std::string &path, const PixelAllocator &alloc) {
         const size_t packed = (width + 7) / 8;
         const uint8_t lastMask = static_cast<uint8_t>(0xFF << ((8 - width % 8) % 8));
         for (uint32_t y = 0; y < height; ++y) {
+            reportRows(y, height);
             uint8_t *row = image.row(y);
             if (kind == 4) {
                 in.bytes(row, packed);
@@ -136,12 +137,13 @@ Image readPnm(const std::string &path, const PixelAllocator &alloc) {
 
     if (!plain && maxval == 255) {
         // The common case: rows are the module's rows less the padding.
-        for (uint32_t y = 0; y < height; ++y) in.bytes(image.row(y), samples);
+        for (uint32_t y = 0; y < height; reportRows(++y, height)) in.bytes(image.row(y), samples);
         return image;
     }
     const size_t sampleBytes = maxval > 255 ? 2 : 1;
     std::vector<uint8_t> raw(plain ? 0 : samples * sampleBytes);
     for (uint32_t y = 0; y < height; ++y) {
+        reportRows(y, height);
         uint8_t *row = image.row(y);
         if (plain) {
             for (size_t i = 0; i < samples; ++i) row[i] = scale8(in.number("sample"), maxval);

@@ -112,6 +112,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
         if (!TIFFReadRGBAImageOriented(t, width, height, rgba.get(), ORIENTATION_TOPLEFT, 1))
             throw fail("cannot decode the TIFF picture");
         for (uint32_t y = 0; y < height; ++y) {
+            reportRows(y, height);
             const uint32_t *src = rgba.get() + static_cast<size_t>(y) * width;
             uint8_t *dst = image.row(y);
             for (uint32_t x = 0; x < width; ++x) {
@@ -145,6 +146,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
                 for (int i = 0; i < 256; ++i) image.palette[i] = Rgb{uint8_t(255 - i), uint8_t(255 - i), uint8_t(255 - i)};
         }
         for (uint32_t y = 0; y < height; ++y) {
+            reportRows(y, height);
             uint8_t *dst = image.row(y);
             if ((bps == 1 || bps == 8) && static_cast<size_t>(scanline) <= image.stride()) {
                 readRow(y, dst);
@@ -184,6 +186,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
             image.palette[i] = eightBit ? Rgb{uint8_t(r[i]), uint8_t(g[i]), uint8_t(b[i])}
                                         : Rgb{from16(r[i]), from16(g[i]), from16(b[i])};
         for (uint32_t y = 0; y < height; ++y) {
+            reportRows(y, height);
             uint8_t *dst = image.row(y);
             if (bps != 2 && static_cast<size_t>(scanline) <= image.stride()) {
                 readRow(y, dst);
@@ -204,6 +207,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
     const bool premultiplied = extra == EXTRASAMPLE_ASSOCALPHA;
     const bool alpha = premultiplied || extra == EXTRASAMPLE_UNASSALPHA;
     for (uint32_t y = 0; y < height; ++y) {
+        reportRows(y, height);
         uint8_t *dst = image.row(y);
         if (spp == 3 && bps == 8 && static_cast<size_t>(scanline) <= image.stride()) {
             readRow(y, dst);
