@@ -2,6 +2,7 @@
 
 #include <mivo4/version.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -22,6 +23,7 @@
 #include "membudget.h"
 #include "module.h"
 #include "outfile.h"
+#include "pages.h"
 #include "replay.h"
 
 namespace mivo4::host {
@@ -73,7 +75,7 @@ const char kUsage[] =
     "  --trace FILE.ddt                       record every element sent to the driver (with --via gdp)\n"
     "\n"
     "  mivo4 replay [export options] TRACE.ddt OUTPUT   send a recorded driver session again\n"
-    "OUTPUT may be - for standard output. The module is $MIVO4_MODULE, else mivo42.flt beside mivo4.\n";
+    "INPUT may be - for standard input, OUTPUT - for standard output. The module is $MIVO4_MODULE, else mivo42.flt beside mivo4.\n";
 
 // A usage error: message and exit code 2.
 struct UsageError {
@@ -286,6 +288,10 @@ void parseExportOptions(const std::vector<std::string> &args, ExportSettings &s,
                 throw UsageError{"--rows-per-element needs a whole number from 1 to 65535, not \"" + v + "\""};
         } else if (a == "--trace") {
             s.tracePath = value(i);
+        } else if (a == "--page") {
+            if (std::string v = value(i); !parsePageNumber(v, s.page)) throw UsageError{"--page needs a page number from 1, not \"" + v + "\""};
+        } else if (a == "--no-orient") {
+            s.orient = false;
         } else if (a.size() > 1 && a[0] == '-' && a != "-") {
             throw UsageError{"unknown export option " + a};
         } else {
@@ -313,6 +319,8 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
         batch.progress = s.progress;
         std::erase(batch.exportOptions, std::string("--progress"));
         batch.inputs = files;
+        if (std::find(files.begin(), files.end(), "-") != files.end())
+            return fail("- (standard input) cannot be an INPUT of -o DIR: its workers cannot share it", 2);
         batch.modulePath = modulePath;
         return runBatch(batch);
     }
@@ -320,32 +328,11 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
     if (demo ? files.size() != 1 : files.size() != 2)
         throw UsageError{demo ? "export --demo needs exactly one OUTPUT" : "export needs INPUT and OUTPUT"};
     const std::string output = files.back();
+    if (std::string problem = pageTemplateProblem(output); !problem.empty()) throw UsageError{problem};
 
     Module module;
     if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
-    ModuleMemory memory(module.api());
-    Image image;
-    try {
-        image = demo ? makeDemoChart(memory.allocator()) : readImage(files[0], memory.allocator());
-    } catch (const ReadError &e) {
-        return fail(e.what());
-    }
-    AtomicOutput out;
-    if (!out.open(output, demo ? std::string() : files[0])) return fail(out.error());
-    // Once the driver holds every row, the picture's own block can go.
-    s.pictureSent = [&] { memory.release(image.pixels); };
-    try {
-        ExportReport report = exportImage(module, memory, image, s, out);
-        if (!out.commit()) return fail(out.error());
-        if (output != "-")
-            std::fprintf(stderr, "mivo4: wrote %s: %u x %u pixels at %u dpi, %llu bytes\n", output.c_str(),
-                         report.width, report.height, report.density,
-                         static_cast<unsigned long long>(report.bytes));
-    } catch (const ExportError &e) {
-        out.abandon();
-        return fail(e.what(), e.exitCode);
-    }
-    return 0;
+    return exportPictures(module, demo ? std::string() : files[0], output, s);
 }
 
 // ---------------------------------------------------------------- info, decode

@@ -1,0 +1,119 @@
+#include "orient.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "membudget.h"
+
+namespace mivo4::host {
+
+namespace {
+
+// One pixel of a row at any of the module's depths, as a number.
+struct Pixels {
+    int depth;
+    uint32_t get(const uint8_t *row, uint32_t x) const {
+        switch (depth) {
+        case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
+        case 4: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 15u;
+        case 8: return row[x];
+        default: {
+            const uint8_t *p = row + 3 * size_t{x};
+            return p[0] | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16;
+        }
+        }
+    }
+    void set(uint8_t *row, uint32_t x, uint32_t v) const {
+        switch (depth) {
+        case 1: {
+            const uint8_t bit = static_cast<uint8_t>(0x80u >> (x & 7));
+            row[x >> 3] = static_cast<uint8_t>(v ? row[x >> 3] | bit : row[x >> 3] & ~bit);
+            break;
+        }
+        case 4: {
+            const int shift = (x & 1) ? 0 : 4;
+            row[x >> 1] = static_cast<uint8_t>((row[x >> 1] & ~(15 << shift)) | (v & 15) << shift);
+            break;
+        }
+        case 8: row[x] = static_cast<uint8_t>(v); break;
+        default: {
+            uint8_t *p = row + 3 * size_t{x};
+            p[0] = static_cast<uint8_t>(v), p[1] = static_cast<uint8_t>(v >> 8), p[2] = static_cast<uint8_t>(v >> 16);
+        }
+        }
+    }
+};
+
+void mirrorRows(Image &image) {
+    const Pixels px{image.depth};
+    const uint32_t w = image.width;
+    for (uint32_t y = 0; y < image.height; ++y) {
+        uint8_t *row = image.row(y);
+        if (image.depth == 8) {
+            std::reverse(row, row + w);
+            continue;
+        }
+        for (uint32_t a = 0, b = w - 1; a < b; ++a, --b) {
+            const uint32_t va = px.get(row, a), vb = px.get(row, b);
+            px.set(row, a, vb);
+            px.set(row, b, va);
+        }
+    }
+}
+
+void reverseRows(Image &image) {
+    const size_t stride = image.stride();
+    std::vector<uint8_t> spare(stride);
+    for (uint32_t a = 0, b = image.height - 1; a < b; ++a, --b) {
+        std::memcpy(spare.data(), image.row(a), stride);
+        std::memcpy(image.row(a), image.row(b), stride);
+        std::memcpy(image.row(b), spare.data(), stride);
+    }
+}
+
+}  // namespace
+
+void orientUpright(Image &image, const std::string &name, const PixelAllocator &alloc, const PixelRelease &release) {
+    const int o = image.orientation;
+    if (!knownOrientation(o) || o == 1 || image.width == 0 || image.height == 0) {
+        image.orientation = 1;
+        return;
+    }
+    if (o <= 4) {
+        if (o == 2 || o == 3) mirrorRows(image);
+        if (o == 3 || o == 4) reverseRows(image);
+        image.orientation = 1;
+        return;
+    }
+    // Rows become columns: a second block, the only copy a turn takes.
+    const uint32_t w = image.width, h = image.height;  // as stored
+    const uint64_t turned = uint64_t{Image::rowBytes(h, image.depth)} * w;
+    checkMemoryBudget(name, w, h, uint64_t{image.size()} + turned);
+    Image upright = image;
+    upright.width = h;
+    upright.height = w;
+    upright.pixels = turned <= SIZE_MAX ? alloc(static_cast<size_t>(turned)) : nullptr;
+    if (upright.pixels == nullptr) throw ReadError(name + ": not enough memory to turn the picture upright");
+    const Pixels px{image.depth};
+    // In tiles, so that both pictures are walked through the cache a block at a time.
+    constexpr uint32_t kTile = 64;
+    for (uint32_t ty = 0; ty < w; ty += kTile) {
+        for (uint32_t tx = 0; tx < h; tx += kTile) {
+            for (uint32_t Y = ty; Y < std::min(w, ty + kTile); ++Y) {
+                uint8_t *dst = upright.row(Y);
+                // Where display row Y lies in the stored picture.
+                const uint32_t sx = (o == 5 || o == 6) ? Y : w - 1 - Y;
+                for (uint32_t X = tx; X < std::min(h, tx + kTile); ++X) {
+                    const uint32_t sy = (o == 5 || o == 8) ? X : h - 1 - X;
+                    px.set(dst, X, px.get(image.row(sy), sx));
+                }
+            }
+        }
+    }
+    if (release) release(image.pixels);
+    upright.orientation = 1;
+    image = upright;
+}
+
+}  // namespace mivo4::host
