@@ -19,7 +19,7 @@ namespace toolstest {
 // One page of a TIFF file: its pixels as a TiffSpec, and its orientation tag
 // (0: none written).
 struct TiffPage {
-    TiffSpec spec;
+    TiffSpec picture;
     uint16_t orientation = 0;
 };
 
@@ -30,7 +30,7 @@ inline bool writeTiffPages(const std::string &path, const std::vector<TiffPage> 
     if (t == nullptr) return false;
     bool ok = true;
     for (const TiffPage &p : pages) {
-        const TiffSpec &s = p.spec;
+        const TiffSpec &s = p.picture;
         TIFFSetField(t, TIFFTAG_IMAGEWIDTH, s.width);
         TIFFSetField(t, TIFFTAG_IMAGELENGTH, s.height);
         TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, s.bps);

@@ -369,9 +369,9 @@ TEST(OrientationCli, AnExportedTurnedTiffDecodesToTheUprightPictureAndNoOrientKe
 TEST(OrientationCli, ATurnThatWouldTakeMoreThanTheMemoryLimitIsRefusedBeforeDecoding) {
     ScratchDir dir;
     // 2000 x 1500 grey: 3 MB of pixels, 6 MB while turned.
-    auto spec = toolstest::byteSpec(2000, 1500, 1, [](uint32_t x, uint32_t y, uint32_t) { return static_cast<uint8_t>(x ^ y); });
-    spec.compression = COMPRESSION_ADOBE_DEFLATE;
-    ASSERT_TRUE(toolstest::writeTiffPages(dir / "big.tif", {{spec, 6}}));
+    auto big = toolstest::byteSpec(2000, 1500, 1, [](uint32_t x, uint32_t y, uint32_t) { return static_cast<uint8_t>(x ^ y); });
+    big.compression = COMPRESSION_ADOBE_DEFLATE;
+    ASSERT_TRUE(toolstest::writeTiffPages(dir / "big.tif", {{big, 6}}));
     toolstest::Outcome r = toolstest::runMivo4({"export", "--limit-memory", "5M", dir / "big.tif", dir / "o.cal"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(toolstest::lines(r.err), 1) << r.err;

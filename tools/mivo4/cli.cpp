@@ -451,7 +451,7 @@ int runCli(int argc, char **argv) {
             bool demo = false;
             std::vector<std::string> files;
             parseExportOptions(args, s, demo, files);
-            if (demo || files.size() != 2 || s.via != Via::Bitmap || !s.tracePath.empty())
+            if (demo || files.size() != 2 || s.via != Via::Bitmap || !s.tracePath.empty() || s.page != 0 || !s.orient)
                 throw UsageError{"replay takes export options, a TRACE.ddt and an OUTPUT"};
             return replayCommand(modulePath, s, files[0], files[1]);
         }
