@@ -241,3 +241,24 @@ TEST(MultiPageTiff, PageAndNoOrientReachEveryWorkerOfABatch) {
     EXPECT_EQ(readBytes(dir / "out/t.cal"), kept);
     EXPECT_NE(kept, exportBytes(dir, {dir / "t.tif"})) << "turned upright by default";
 }
+
+TEST(MultiPageTiff, HelpSaysPagesCountFromOneAndReplayRefusesTheInputOptions) {
+    ScratchDir dir;
+    Outcome h = runMivo4({"--help"}, dir);
+    EXPECT_EQ(h.code, 0);
+    EXPECT_TRUE(contains(h.out, "--page N")) << h.out;
+    EXPECT_TRUE(contains(h.out, "counted from 1")) << h.out;
+    EXPECT_TRUE(contains(h.out, "out-%d.cal")) << h.out;
+    EXPECT_TRUE(contains(h.out, "--no-orient")) << h.out;
+    EXPECT_TRUE(contains(h.out, "INPUT may be - for standard input")) << h.out;
+    // A driver trace has no pages and no orientation: the options would do nothing.
+    writeBytes(dir / "t.ddt", "MIVO4DT1", {});
+    for (auto opt : {std::vector<std::string>{"--page", "2"}, std::vector<std::string>{"--no-orient"}}) {
+        std::vector<std::string> args{"replay"};
+        args.insert(args.end(), opt.begin(), opt.end());
+        args.insert(args.end(), {dir / "t.ddt", dir / "r.cal"});
+        Outcome r = runMivo4(args, dir);
+        EXPECT_EQ(r.code, 2) << opt[0];
+        EXPECT_TRUE(contains(r.err, "replay takes export options")) << r.err;
+    }
+}
