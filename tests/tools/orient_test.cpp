@@ -383,3 +383,31 @@ TEST(OrientationCli, ATurnThatWouldTakeMoreThanTheMemoryLimitIsRefusedBeforeDeco
     r = toolstest::runMivo4({"export", "--limit-memory", "6M", dir / "big.tif", dir / "p.cal"}, dir);
     EXPECT_EQ(r.code, 0) << r.err;
 }
+
+TEST(OrientationCli, AJpegIsExportedAsItsPixelsTurnedByItsExifOrientation) {
+    ScratchDir dir;
+    const uint32_t sw = 40, sh = 26;
+    std::vector<uint8_t> px(static_cast<size_t>(sw) * sh * 3);
+    for (uint32_t y = 0; y < sh; ++y)
+        for (uint32_t x = 0; x < sw; ++x)
+            for (uint32_t c = 0; c < 3; ++c) px[(y * sw + x) * 3 + c] = uprightValue(x, y, c);
+    for (int o : {3, 6, 8}) {
+        ASSERT_TRUE(toolstest::writeJpegWithApp1(dir / "a.jpg", sw, sh, 3, px, toolstest::exifOrientationSegment(o == 6, o)));
+        // The decoded pixels turned by the description, as a PPM: the same picture.
+        HostMemory mem;
+        Image kept = readSource(dir / "a.jpg", false, mem);
+        const uint32_t dw = o >= 5 ? sh : sw, dh = o >= 5 ? sw : sh;
+        std::vector<uint8_t> upright(static_cast<size_t>(dw) * dh * 3);
+        forEachStored(o, dw, dh, [&](uint32_t x, uint32_t y, uint32_t X, uint32_t Y) {
+            for (uint32_t c = 0; c < 3; ++c) upright[(Y * dw + X) * 3 + c] = kept.row(y)[3 * x + c];
+        });
+        toolstest::writeBytes(dir / "u.ppm", "P6 " + std::to_string(dw) + " " + std::to_string(dh) + " 255\n", upright);
+        SCOPED_TRACE("orientation " + std::to_string(o));
+        toolstest::Outcome a = toolstest::runMivo4({"export", dir / "a.jpg", dir / "a.cal"}, dir);
+        ASSERT_EQ(a.code, 0) << a.err;
+        toolstest::Outcome u = toolstest::runMivo4({"export", dir / "u.ppm", dir / "u.cal"}, dir);
+        ASSERT_EQ(u.code, 0) << u.err;
+        EXPECT_EQ(toolstest::readBytes(dir / "a.cal"), toolstest::readBytes(dir / "u.cal"));
+        EXPECT_TRUE(toolstest::contains(a.err, std::to_string(dw) + " x ")) << a.err;
+    }
+}
