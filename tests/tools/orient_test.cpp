@@ -375,13 +375,18 @@ TEST(OrientationCli, ATurnThatWouldTakeMoreThanTheMemoryLimitIsRefusedBeforeDeco
     toolstest::Outcome r = toolstest::runMivo4({"export", "--limit-memory", "5M", dir / "big.tif", dir / "o.cal"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(toolstest::lines(r.err), 1) << r.err;
-    EXPECT_TRUE(toolstest::contains(r.err, "2000 x 1500 pixels need 5.7 MiB")) << r.err;
-    EXPECT_TRUE(toolstest::contains(r.err, "--limit-memory")) << r.err;
+    EXPECT_TRUE(toolstest::contains(r.err, "2000 x 1500 pixels need 5.7 MiB of memory to be turned upright")) << r.err;
+    EXPECT_TRUE(toolstest::contains(r.err, "--limit-memory); --no-orient exports them as stored")) << r.err;
     EXPECT_FALSE(std::filesystem::exists(dir / "o.cal"));
     r = toolstest::runMivo4({"export", "--limit-memory", "5M", "--no-orient", dir / "big.tif", dir / "o.cal"}, dir);
     EXPECT_EQ(r.code, 0) << r.err;
     r = toolstest::runMivo4({"export", "--limit-memory", "6M", dir / "big.tif", dir / "p.cal"}, dir);
     EXPECT_EQ(r.code, 0) << r.err;
+    // A picture over the limit by itself gets the usual message.
+    r = toolstest::runMivo4({"export", "--limit-memory", "2M", dir / "big.tif", dir / "q.cal"}, dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_FALSE(toolstest::contains(r.err, "turned upright")) << r.err;
+    EXPECT_TRUE(toolstest::contains(r.err, "--limit-memory")) << r.err;
 }
 
 TEST(OrientationCli, AJpegIsExportedAsItsPixelsTurnedByItsExifOrientation) {

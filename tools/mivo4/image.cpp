@@ -59,7 +59,18 @@ Image readImage(const PictureSource &source, const PixelAllocator &alloc) {
 
 uint64_t orientationWork(const PictureSource &source, int orientation, uint32_t width, uint32_t height, int depth) {
     if (!source.orient || orientation < 5 || orientation > 8) return 0;
-    return uint64_t{Image::rowBytes(height, depth)} * width;
+    const uint64_t pixels = uint64_t{Image::rowBytes(width, depth)} * height;
+    const uint64_t turned = uint64_t{Image::rowBytes(height, depth)} * width;
+    // A picture that fits once but not twice: say what would let it through.
+    const uint64_t budget = memoryBudget(), held = HeldBytes::current();
+    const bool fitsOnce = held <= budget && pixels <= budget - held;
+    if (fitsOnce && turned > budget - held - pixels)
+        throw ReadError(source.name + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                        " pixels need " + describeBytes(pixels + turned) + " of memory to be turned upright" +
+                        (held > 0 ? " besides the " + describeBytes(held) + " of the file held in memory" : "") +
+                        ", more than the limit of " + describeBytes(budget) +
+                        " (--limit-memory); --no-orient exports them as stored");
+    return turned;
 }
 
 void checkPictureSize(const std::string &path, uint32_t width, uint32_t height) {

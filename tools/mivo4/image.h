@@ -88,7 +88,9 @@ Image readPnm(const PictureSource &source, const PixelAllocator &alloc);
 // The work space turning a picture of this orientation upright takes: a
 // second block for the orientations that swap width and height (5 to 8),
 // nothing for the others (flipped in place). Readers count it against the
-// memory budget when source.orient is set.
+// memory budget when source.orient is set, as work space that comes after
+// their own (theirs is freed before the turn). Throws ReadError when the
+// picture fits the budget but the turn does not, naming --no-orient.
 uint64_t orientationWork(const PictureSource &source, int orientation, uint32_t width, uint32_t height, int depth);
 
 // Throws ReadError for sizes the module's bitmap record cannot hold.

@@ -108,7 +108,8 @@ Image readJpeg(const PictureSource &source, const PixelAllocator &alloc) {
         for (int c = 0; c < d.cinfo.num_components; ++c)
             work += uint64_t{d.cinfo.comp_info[c].width_in_blocks} * d.cinfo.comp_info[c].height_in_blocks * 128;
     const uint64_t pixels = Image::rowBytes(d.cinfo.output_width, grey ? 8 : 24) * uint64_t{d.cinfo.output_height};
-    work += orientationWork(source, image.orientation, d.cinfo.output_width, d.cinfo.output_height, grey ? 8 : 24);
+    // The decoder's work space is gone before the picture is turned.
+    work = std::max(work, orientationWork(source, image.orientation, d.cinfo.output_width, d.cinfo.output_height, grey ? 8 : 24));
     checkMemoryBudget(path, d.cinfo.output_width, d.cinfo.output_height, pixels + work);
     d.cinfo.mem->max_memory_to_use = static_cast<long>(std::min<uint64_t>(memoryBudget(), LONG_MAX));
     jpeg_start_decompress(&d.cinfo);

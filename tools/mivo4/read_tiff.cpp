@@ -171,7 +171,7 @@ Image readTiff(const PictureSource &source, const PixelAllocator &alloc) {
         if (!TIFFRGBAImageOK(t, why)) throw ReadError(path + ": unsupported TIFF: " + why);
         checkPictureSize(path, width, height);
         const uint64_t rgbaBytes = uint64_t{width} * height * 4;
-        allocatePixels(image, path, width, height, 24, alloc, rgbaBytes + turnWork(24));
+        allocatePixels(image, path, width, height, 24, alloc, std::max(rgbaBytes, turnWork(24)));
         // Not zero-filled: a file whose data ends early stops the reading
         // (stop on the first error) before it touches the rest.
         std::unique_ptr<uint32_t[]> rgba(new (std::nothrow) uint32_t[static_cast<size_t>(rgbaBytes / 4)]);
