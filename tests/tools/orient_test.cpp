@@ -146,6 +146,29 @@ TEST(OrientUpright, FlipsAreMadeInPlaceAndTurnsTakeOneBlockAndGiveTheOldBack) {
     }
 }
 
+TEST(OrientUpright, BilevelMirroringByBytesMatchesPixelByPixelOnManyRandomWidths) {
+    std::mt19937 rng(11);
+    for (int round = 0; round < 300; ++round) {
+        const uint32_t w = 1 + rng() % 200, h = 1 + rng() % 4;
+        HostMemory mem;
+        Image im = randomPicture(1, w, h, mem.allocator(), rng());
+        // Plain: each pixel from its mirror place, into a picture of clear padding.
+        Image plain = blank(1, w, h, mem.allocator());
+        plain.palette = im.palette;
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x) setPixel(plain, x, y, getPixel(im, w - 1 - x, y));
+        // Padding bits that are set must neither come into the picture nor stay.
+        for (uint32_t y = 0; y < h; ++y)
+            if (w % 8 != 0) im.row(y)[(w - 1) / 8] |= static_cast<uint8_t>(0xFF >> (w % 8));
+        im.orientation = 2;
+        orientUpright(im, "picture", mem.allocator(), {});
+        for (uint32_t y = 0; y < h; ++y) {
+            const size_t n = (w + 7) / 8;
+            ASSERT_EQ(std::memcmp(im.row(y), plain.row(y), n), 0) << "width " << w << " row " << y;
+        }
+    }
+}
+
 TEST(OrientUpright, UnknownOrientationsAreTakenAsUpright) {
     HostMemory mem;
     Image im = randomPicture(8, 9, 4, mem.allocator(), 3);

@@ -1,6 +1,7 @@
 #include "orient.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <vector>
 
@@ -10,56 +11,88 @@ namespace mivo4::host {
 
 namespace {
 
-// One pixel of a row at any of the module's depths, as a number.
+// One pixel of a row at one of the module's depths, as a number; the depth
+// is fixed at compile time so that the per-pixel loops carry no switch.
+template <int Depth>
 struct Pixels {
-    int depth;
-    uint32_t get(const uint8_t *row, uint32_t x) const {
-        switch (depth) {
-        case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
-        case 4: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 15u;
-        case 8: return row[x];
-        default: {
+    static uint32_t get(const uint8_t *row, uint32_t x) {
+        if constexpr (Depth == 1) return (row[x >> 3] >> (7 - (x & 7))) & 1u;
+        else if constexpr (Depth == 4) return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 15u;
+        else if constexpr (Depth == 8) return row[x];
+        else {
             const uint8_t *p = row + 3 * size_t{x};
             return p[0] | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16;
         }
-        }
     }
-    void set(uint8_t *row, uint32_t x, uint32_t v) const {
-        switch (depth) {
-        case 1: {
+    static void set(uint8_t *row, uint32_t x, uint32_t v) {
+        if constexpr (Depth == 1) {
             const uint8_t bit = static_cast<uint8_t>(0x80u >> (x & 7));
             row[x >> 3] = static_cast<uint8_t>(v ? row[x >> 3] | bit : row[x >> 3] & ~bit);
-            break;
-        }
-        case 4: {
+        } else if constexpr (Depth == 4) {
             const int shift = (x & 1) ? 0 : 4;
             row[x >> 1] = static_cast<uint8_t>((row[x >> 1] & ~(15 << shift)) | (v & 15) << shift);
-            break;
-        }
-        case 8: row[x] = static_cast<uint8_t>(v); break;
-        default: {
+        } else if constexpr (Depth == 8) {
+            row[x] = static_cast<uint8_t>(v);
+        } else {
             uint8_t *p = row + 3 * size_t{x};
             p[0] = static_cast<uint8_t>(v), p[1] = static_cast<uint8_t>(v >> 8), p[2] = static_cast<uint8_t>(v >> 16);
-        }
         }
     }
 };
 
-void mirrorRows(Image &image) {
-    const Pixels px{image.depth};
-    const uint32_t w = image.width;
-    for (uint32_t y = 0; y < image.height; ++y) {
-        uint8_t *row = image.row(y);
-        if (image.depth == 8) {
-            std::reverse(row, row + w);
-            continue;
-        }
-        for (uint32_t a = 0, b = w - 1; a < b; ++a, --b) {
-            const uint32_t va = px.get(row, a), vb = px.get(row, b);
-            px.set(row, a, vb);
-            px.set(row, b, va);
-        }
+// Calls f with the Pixels type of depth (1, 4, 8, else 24).
+template <class F>
+void withDepth(int depth, F f) {
+    switch (depth) {
+    case 1: f(Pixels<1>{}); break;
+    case 4: f(Pixels<4>{}); break;
+    case 8: f(Pixels<8>{}); break;
+    default: f(Pixels<24>{}); break;
     }
+}
+
+// A bilevel row mirrored a byte at a time: bytes reversed, the bits of each
+// reversed by a table, then the whole row moved left by the bits of padding
+// that came to its front. Bits past the last pixel are cleared first, so that
+// they cannot move into the picture, and are clear after.
+void mirrorBilevelRow(uint8_t *row, uint32_t width) {
+    static const auto reversed = [] {
+        std::array<uint8_t, 256> t{};
+        for (int v = 0; v < 256; ++v)
+            for (int b = 0; b < 8; ++b)
+                if (v & (1 << b)) t[v] |= static_cast<uint8_t>(0x80 >> b);
+        return t;
+    }();
+    const size_t n = (size_t{width} + 7) / 8;
+    const unsigned pad = (8 - width % 8) % 8;
+    row[n - 1] &= static_cast<uint8_t>(0xFF << pad);
+    std::reverse(row, row + n);
+    for (size_t i = 0; i < n; ++i) row[i] = reversed[row[i]];
+    if (pad == 0) return;
+    for (size_t i = 0; i + 1 < n; ++i) row[i] = static_cast<uint8_t>(row[i] << pad | row[i + 1] >> (8 - pad));
+    row[n - 1] = static_cast<uint8_t>(row[n - 1] << pad);
+}
+
+void mirrorRows(Image &image) {
+    const uint32_t w = image.width;
+    if (image.depth == 1) {
+        for (uint32_t y = 0; y < image.height; ++y) mirrorBilevelRow(image.row(y), w);
+        return;
+    }
+    withDepth(image.depth, [&](auto px) {
+        for (uint32_t y = 0; y < image.height; ++y) {
+            uint8_t *row = image.row(y);
+            if (image.depth == 8) {
+                std::reverse(row, row + w);
+                continue;
+            }
+            for (uint32_t a = 0, b = w - 1; a < b; ++a, --b) {
+                const uint32_t va = px.get(row, a), vb = px.get(row, b);
+                px.set(row, a, vb);
+                px.set(row, b, va);
+            }
+        }
+    });
 }
 
 void reverseRows(Image &image) {
@@ -95,22 +128,23 @@ void orientUpright(Image &image, const std::string &name, const PixelAllocator &
     upright.height = w;
     upright.pixels = turned <= SIZE_MAX ? alloc(static_cast<size_t>(turned)) : nullptr;
     if (upright.pixels == nullptr) throw ReadError(name + ": not enough memory to turn the picture upright");
-    const Pixels px{image.depth};
     // In tiles, so that both pictures are walked through the cache a block at a time.
-    constexpr uint32_t kTile = 64;
-    for (uint32_t ty = 0; ty < w; ty += kTile) {
-        for (uint32_t tx = 0; tx < h; tx += kTile) {
-            for (uint32_t Y = ty; Y < std::min(w, ty + kTile); ++Y) {
-                uint8_t *dst = upright.row(Y);
-                // Where display row Y lies in the stored picture.
-                const uint32_t sx = (o == 5 || o == 6) ? Y : w - 1 - Y;
-                for (uint32_t X = tx; X < std::min(h, tx + kTile); ++X) {
-                    const uint32_t sy = (o == 5 || o == 8) ? X : h - 1 - X;
-                    px.set(dst, X, px.get(image.row(sy), sx));
+    withDepth(image.depth, [&](auto px) {
+        constexpr uint32_t kTile = 64;
+        for (uint32_t ty = 0; ty < w; ty += kTile) {
+            for (uint32_t tx = 0; tx < h; tx += kTile) {
+                for (uint32_t Y = ty; Y < std::min(w, ty + kTile); ++Y) {
+                    uint8_t *dst = upright.row(Y);
+                    // Where upright row Y lies in the stored picture: a stored column.
+                    const uint32_t sx = (o == 5 || o == 6) ? Y : w - 1 - Y;
+                    for (uint32_t X = tx; X < std::min(h, tx + kTile); ++X) {
+                        const uint32_t sy = (o == 5 || o == 8) ? X : h - 1 - X;
+                        px.set(dst, X, px.get(image.row(sy), sx));
+                    }
                 }
             }
         }
-    }
+    });
     if (release) release(image.pixels);
     upright.orientation = 1;
     image = upright;
