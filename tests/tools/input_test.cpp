@@ -220,8 +220,10 @@ TEST(StandardInput, IsRefusedAsAnInputOfABatchInOneLine) {
     ScratchDir dir;
     writeNoisePpm(dir / "a.ppm", 20, 10, 1);
     std::filesystem::create_directory(dir / "out");
+    writeBytes(dir / "list", std::string("a.ppm\n-\n"), {});
     for (auto args : {std::vector<std::string>{"export", "-o", dir / "out", dir / "a.ppm", "-"},
-                      std::vector<std::string>{"export", "-o", dir / "out", "--", "-"}}) {
+                      std::vector<std::string>{"export", "-o", dir / "out", "--", "-"},
+                      std::vector<std::string>{"export", "-o", dir / "out", "--files-from", dir / "list"}}) {
         Outcome r = runFromFile(args, dir, dir / "a.ppm");
         EXPECT_EQ(r.code, 2);
         EXPECT_EQ(lines(r.err), 1) << r.err;
