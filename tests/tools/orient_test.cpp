@@ -389,6 +389,30 @@ TEST(OrientationCli, AnExportedTurnedTiffDecodesToTheUprightPictureAndNoOrientKe
     }
 }
 
+TEST(TiffOrientation, ATurnedTiffClaimingAnOversizePictureIsRefusedForItsSize) {
+    ScratchDir dir;
+    // Strips of nothing: the size alone must stop it.
+    TIFF *t = TIFFOpen((dir / "huge.tif").c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, 70000u);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, 70000u);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    TIFFSetField(t, TIFFTAG_ORIENTATION, ORIENTATION_RIGHTTOP);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 70000u);
+    uint8_t raw[4] = {};
+    TIFFWriteRawStrip(t, 0, raw, sizeof raw);
+    TIFFClose(t);
+    HostMemory mem;
+    try {
+        readSource(dir / "huge.tif", true, mem);
+        ADD_FAILURE() << "read";
+    } catch (const ReadError &e) {
+        EXPECT_NE(std::string(e.what()).find("the largest picture the module takes is 65535 x 65535"), std::string::npos) << e.what();
+    }
+}
+
 TEST(OrientationCli, ATurnThatWouldTakeMoreThanTheMemoryLimitIsRefusedBeforeDecoding) {
     ScratchDir dir;
     // 2000 x 1500 grey: 3 MB of pixels, 6 MB while turned.

@@ -59,6 +59,8 @@ Image readImage(const PictureSource &source, const PixelAllocator &alloc) {
 
 uint64_t orientationWork(const PictureSource &source, int orientation, uint32_t width, uint32_t height, int depth) {
     if (!source.orient || orientation < 5 || orientation > 8) return 0;
+    // Sizes the module cannot take are refused as such, before any sum.
+    checkPictureSize(source.name, width, height);
     const uint64_t pixels = uint64_t{Image::rowBytes(width, depth)} * height;
     const uint64_t turned = uint64_t{Image::rowBytes(height, depth)} * width;
     // A picture that fits once but not twice: say what would let it through.
