@@ -169,6 +169,24 @@ TEST(OrientUpright, BilevelMirroringByBytesMatchesPixelByPixelOnManyRandomWidths
     }
 }
 
+TEST(OrientUpright, BilevelTurnsByBlocksMatchTheDescriptionOnManyRandomSizes) {
+    std::mt19937 rng(23);
+    for (int round = 0; round < 200; ++round) {
+        const uint32_t w = 1 + rng() % 70, h = 1 + rng() % 70;
+        HostMemory mem;
+        Image upright = randomPicture(1, w, h, mem.allocator(), rng());
+        for (int o = 5; o <= 8; ++o) {
+            Image s = stored(upright, o, mem.allocator());
+            // Set bits past the last stored pixel must not reach the picture.
+            if (s.width % 8 != 0)
+                for (uint32_t y = 0; y < s.height; ++y) s.row(y)[(s.width - 1) / 8] |= static_cast<uint8_t>(0xFF >> (s.width % 8));
+            orientUpright(s, "picture", mem.allocator(), {});
+            ASSERT_NO_FATAL_FAILURE(expectSamePicture(s, upright)) << w << " x " << h << ", orientation " << o;
+            ASSERT_EQ(std::memcmp(s.pixels, upright.pixels, s.size()), 0) << w << " x " << h << ", orientation " << o;
+        }
+    }
+}
+
 TEST(OrientUpright, UnknownOrientationsAreTakenAsUpright) {
     HostMemory mem;
     Image im = randomPicture(8, 9, 4, mem.allocator(), 3);

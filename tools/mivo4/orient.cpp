@@ -55,14 +55,20 @@ void withDepth(int depth, F f) {
 // reversed by a table, then the whole row moved left by the bits of padding
 // that came to its front. Bits past the last pixel are cleared first, so that
 // they cannot move into the picture, and are clear after.
-void mirrorBilevelRow(uint8_t *row, uint32_t width) {
-    static const auto reversed = [] {
+// Each byte with its bits in the other order.
+const std::array<uint8_t, 256> &reversedBits() {
+    static const auto table = [] {
         std::array<uint8_t, 256> t{};
         for (int v = 0; v < 256; ++v)
             for (int b = 0; b < 8; ++b)
                 if (v & (1 << b)) t[v] |= static_cast<uint8_t>(0x80 >> b);
         return t;
     }();
+    return table;
+}
+
+void mirrorBilevelRow(uint8_t *row, uint32_t width) {
+    const auto &reversed = reversedBits();
     const size_t n = (size_t{width} + 7) / 8;
     const unsigned pad = (8 - width % 8) % 8;
     row[n - 1] &= static_cast<uint8_t>(0xFF << pad);
@@ -93,6 +99,51 @@ void mirrorRows(Image &image) {
             }
         }
     });
+}
+
+// An 8 x 8 block of bits, row i in byte i (its first pixel the top bit),
+// turned about its diagonal: bit j of row i becomes bit i of row j.
+void transpose8(uint8_t block[8]) {
+    uint64_t x = 0;
+    for (int i = 0; i < 8; ++i) x |= uint64_t{block[i]} << (8 * (7 - i));
+    uint64_t t = (x ^ (x >> 7)) & 0x00AA00AA00AA00AAull;
+    x ^= t ^ (t << 7);
+    t = (x ^ (x >> 14)) & 0x0000CCCC0000CCCCull;
+    x ^= t ^ (t << 14);
+    t = (x ^ (x >> 28)) & 0x00000000F0F0F0F0ull;
+    x ^= t ^ (t << 28);
+    for (int i = 0; i < 8; ++i) block[i] = static_cast<uint8_t>(x >> (8 * (7 - i)));
+}
+
+// A bilevel picture stored as orientation o (5 to 8) into upright, eight
+// rows by eight columns at a time. Bits past the last pixel stay clear.
+void turnBilevel(const Image &image, Image &upright, int o) {
+    const uint32_t w = image.width, h = image.height;  // as stored; upright is h x w
+    const auto &reversed = reversedBits();
+    const Pixels<1> px;
+    for (uint32_t Y0 = 0; Y0 < w; Y0 += 8) {
+        for (uint32_t X0 = 0; X0 < h; X0 += 8) {
+            // Byte i: upright pixels (X0 + i, Y0 .. Y0 + 7), from stored row sy,
+            // stored columns Y0 .. Y0 + 7 (5, 6) or w - 1 - Y0 down to w - 8 - Y0 (7, 8).
+            uint8_t block[8] = {};
+            for (uint32_t i = 0; i < 8 && X0 + i < h; ++i) {
+                const uint32_t X = X0 + i;
+                const uint8_t *r = image.row((o == 5 || o == 8) ? X : h - 1 - X);
+                if (o == 5 || o == 6) {
+                    block[i] = r[Y0 / 8];  // past column w: stored padding, for rows not written
+                } else if (Y0 + 8 <= w) {
+                    const uint32_t start = w - 8 - Y0, at = start / 8, shift = start % 8;
+                    const uint8_t bits = shift == 0 ? r[at] : static_cast<uint8_t>((r[at] << shift) | (r[at + 1] >> (8 - shift)));
+                    block[i] = reversed[bits];
+                } else {
+                    for (uint32_t j = 0; Y0 + j < w; ++j)
+                        block[i] |= static_cast<uint8_t>(px.get(r, w - 1 - Y0 - j) << (7 - j));
+                }
+            }
+            transpose8(block);
+            for (uint32_t j = 0; j < 8 && Y0 + j < w; ++j) upright.row(Y0 + j)[X0 / 8] = block[j];
+        }
+    }
 }
 
 void reverseRows(Image &image) {
@@ -128,6 +179,13 @@ void orientUpright(Image &image, const std::string &name, const PixelAllocator &
     upright.height = w;
     upright.pixels = turned <= SIZE_MAX ? alloc(static_cast<size_t>(turned)) : nullptr;
     if (upright.pixels == nullptr) throw ReadError(name + ": not enough memory to turn the picture upright");
+    if (image.depth == 1) {
+        turnBilevel(image, upright, o);
+        if (release) release(image.pixels);
+        upright.orientation = 1;
+        image = upright;
+        return;
+    }
     // In tiles, so that both pictures are walked through the cache a block at a time.
     withDepth(image.depth, [&](auto px) {
         constexpr uint32_t kTile = 64;
