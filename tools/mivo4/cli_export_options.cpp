@@ -4,6 +4,7 @@
 
 #include "cli_values.h"
 #include "image.h"
+#include "pages.h"
 
 namespace mivo4::host {
 
@@ -137,6 +138,16 @@ std::vector<Option> exportOptions(ExportArgs &a) {
          [&](const std::string &) { s.verify = true; }, fw},
         picture({"allow-truncated", 0, nullptr, "read a JPEG whose data ends early (the rest filled in)",
                  [&](const std::string &) { readOptions().allowTruncated = true; }, fw}),
+        picture({"page", 0, "N", "the page of a multi-page TIFF, counted from 1 (default 1; an OUTPUT with %d "
+                                 "such as out-%d.cal writes every page: out-1.cal, out-2.cal, ...; %03d pads, "
+                                 "%% is a percent sign)",
+                 [&](const std::string &v) {
+                     if (!parsePageNumber(v, s.page)) throw UsageError{"--page needs a page number from 1, not \"" + v + "\""};
+                 },
+                 fw}),
+        picture({"no-orient", 0, nullptr, "keep the stored row order (default: turned upright as the TIFF "
+                                          "Orientation tag or the JPEG's EXIF orientation says)",
+                 [&](const std::string &) { s.orient = false; }, fw}),
         {"limit-memory", 0, "SIZE", "the most a picture may take, e.g. 512M or 2G "
                                     "(default: half the memory, at most 4G)",
          [&](const std::string &v) { setLimit(v); }, fw},

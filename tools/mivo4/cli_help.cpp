@@ -20,8 +20,9 @@ const CommandText kCommands[] = {
      "mivo4 export [options] --demo OUTPUT\n"
      "mivo4 export [options] -o DIR INPUT...\n",
      "Exports a picture as a GP4 file (CALS Type 1: a 2048-byte header and one\n"
-     "CCITT Group 4 stream) through the module. OUTPUT may be - for standard\n"
-     "output. With -o DIR, many pictures are converted, each to DIR/NAME.cal, by\n"
+     "CCITT Group 4 stream) through the module. INPUT may be - for standard\n"
+     "input (read once, its format told from its first bytes), OUTPUT - for\n"
+     "standard output. With -o DIR, many pictures are converted, each to DIR/NAME.cal, by\n"
      "worker processes; one failure does not stop the others. -- ends the\n"
      "options: only INPUTs and OUTPUT follow.\n"},
     {"replay", "send a recorded driver session to the module again",
@@ -83,8 +84,9 @@ const char kSynopsis[] =
     "  or:  mivo4 --version | --help | help COMMAND\n";
 
 const char kTail[] =
-    "OUTPUT may be - for standard output. The exit status is 0 when all went well,\n"
-    "1 when something failed, 2 for a usage error or an option the module refused.\n";
+    "INPUT may be - for standard input, OUTPUT - for standard output. The exit\n"
+    "status is 0 when all went well, 1 when something failed, 2 for a usage error\n"
+    "or an option the module refused.\n";
 
 }  // namespace
 

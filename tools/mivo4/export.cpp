@@ -9,6 +9,7 @@
 #include "image.h"
 #include "module.h"
 #include "outfile.h"
+#include "pages.h"
 #include "progress.h"
 
 namespace mivo4::host {
@@ -28,6 +29,8 @@ int exportBatch(const std::string &modulePath, ExportArgs &a) {
     // The bar counts pictures; each picture's own export draws none.
     a.batch.progress = progressShown(a.settings.progress);
     a.batch.quiet = a.settings.quiet;
+    if (std::find(a.files.begin(), a.files.end(), "-") != a.files.end())
+        throw UsageError{"- (standard input) cannot be an INPUT of -o DIR: its workers cannot share it"};
     a.batch.inputs = a.files;
     a.batch.modulePath = modulePath;
     return runBatch(a.batch);
@@ -58,36 +61,11 @@ int exportCommand(const std::string &modulePath, const std::vector<std::string> 
         throw UsageError{a.demo ? "export --demo needs exactly one OUTPUT" : "export needs INPUT and OUTPUT"};
     const std::string output = files.back();
 
+    if (std::string problem = pageTemplateProblem(output); !problem.empty()) throw UsageError{problem};
+
     Module module;
     if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
-    ModuleMemory memory(module.api());
-    ExportProgress progress(s);
-    Image image;
-    try {
-        image = a.demo ? makeDemoChart(memory.allocator()) : readImage(files[0], memory.allocator());
-    } catch (const ReadError &e) {
-        return fail(e.what());
-    }
-    AtomicOutput out;
-    if (!out.open(output, a.demo ? std::string() : files[0])) return fail(out.error());
-    // Once the driver holds every row, the picture's own block can go.
-    s.pictureSent = [&] { memory.release(image.pixels); };
-    try {
-        ExportReport report = exportImage(module, memory, image, s, out);
-        if (!out.commit()) return fail(out.error());
-        // The summary says the resolution written; without it, an override
-        // that changed the pixel size is still told.
-        if (output != "-" && !s.quiet)
-            std::fprintf(stderr, "mivo4: wrote %s: %u x %u pixels at %u dpi, %llu bytes\n", output.c_str(),
-                         report.width, report.height, report.density,
-                         static_cast<unsigned long long>(report.bytes));
-        else if (std::string note = dpiOverride(s, report, output); !note.empty())
-            std::fprintf(stderr, "mivo4: %s\n", note.c_str());
-    } catch (const ExportError &e) {
-        out.abandon();
-        return fail(e.what(), e.exitCode);
-    }
-    return 0;
+    return exportPictures(module, a.demo ? std::string() : files[0], output, s);
 }
 
 }  // namespace mivo4::host

@@ -45,6 +45,8 @@ struct ExportSettings {
     int thresholdPercent = 50;    // for Tones::Threshold
     int rowsPerElement = 64;  // rows of one cell array on the driver path
     std::string tracePath;    // record the elements sent to the driver here
+    uint32_t page = 0;        // the page of a multi-page picture, from 1; 0: page 1, or all for OUTPUT with %d
+    bool orient = true;       // turn the picture upright as its file's orientation says
     // Called on the driver path once every row has been sent, when the host
     // no longer needs its picture (the driver holds its own copy).
     std::function<void()> pictureSent;

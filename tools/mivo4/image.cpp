@@ -1,7 +1,9 @@
 #include "image.h"
 
 #include "membudget.h"
+#include "orient.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -20,25 +22,57 @@ Format sniffFormat(const uint8_t *head, size_t n) {
     return Format::Unknown;
 }
 
-Image readImage(const std::string &path, const PixelAllocator &alloc) {
+Image readImage(const PictureSource &source, const PixelAllocator &alloc) {
+    const std::string &path = source.name;
     uint8_t head[8] = {};
     size_t n = 0;
-    {
+    if (source.inMemory) {
+        n = std::min(sizeof head, source.bytes.size());
+        if (n > 0) std::memcpy(head, source.bytes.data(), n);
+    } else {
         std::unique_ptr<FILE, int (*)(FILE *)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
         if (!f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
         n = std::fread(head, 1, sizeof head, f.get());
     }
-    Image image;
-    switch (sniffFormat(head, n)) {
-    case Format::Png: image = readPng(path, alloc); break;
-    case Format::Jpeg: image = readJpeg(path, alloc); break;
-    case Format::Tiff: image = readTiff(path, alloc); break;
-    case Format::Pnm: image = readPnm(path, alloc); break;
-    case Format::Unknown:
+    if (n == 0) throw ReadError(path + ": empty (no bytes to read)");
+    const Format format = sniffFormat(head, n);
+    if (format == Format::Unknown)
         throw ReadError(path + ": not a picture this program reads (PNG, JPEG, TIFF, PNM P1-P6)");
+    // Only a TIFF has pages; anything else is page 1 of 1.
+    if (format != Format::Tiff && source.page != 1)
+        throw ReadError(path + ": has 1 page; --page " + std::to_string(source.page) + " asks for another");
+    // Bytes held in memory count against the budget while the picture is decoded.
+    HeldBytes held(source.inMemory ? source.bytes.size() : 0);
+    Image image;
+    switch (format) {
+    case Format::Png: image = readPng(source, alloc); break;
+    case Format::Jpeg: image = readJpeg(source, alloc); break;
+    case Format::Tiff: image = readTiff(source, alloc); break;
+    case Format::Pnm: image = readPnm(source, alloc); break;
+    case Format::Unknown: break;
     }
+    // Upright before a two-colour picture is widened: the turn moves fewer bytes.
+    if (source.orient) orientUpright(image, path, alloc, source.release);
     widenNonBilevel(image, alloc);
     return image;
+}
+
+uint64_t orientationWork(const PictureSource &source, int orientation, uint32_t width, uint32_t height, int depth) {
+    if (!source.orient || orientation < 5 || orientation > 8) return 0;
+    // Sizes the module cannot take are refused as such, before any sum.
+    checkPictureSize(source.name, width, height);
+    const uint64_t pixels = uint64_t{Image::rowBytes(width, depth)} * height;
+    const uint64_t turned = uint64_t{Image::rowBytes(height, depth)} * width;
+    // A picture that fits once but not twice: say what would let it through.
+    const uint64_t budget = memoryBudget(), held = HeldBytes::current();
+    const bool fitsOnce = held <= budget && pixels <= budget - held;
+    if (fitsOnce && turned > budget - held - pixels)
+        throw ReadError(source.name + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                        " pixels need " + describeBytes(pixels + turned) + " of memory to be turned upright" +
+                        (held > 0 ? " besides the " + describeBytes(held) + " of the file held in memory" : "") +
+                        ", more than the limit of " + describeBytes(budget) +
+                        " (--limit-memory); --no-orient exports them as stored");
+    return turned;
 }
 
 void checkPictureSize(const std::string &path, uint32_t width, uint32_t height) {

@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace mivo4::host {
@@ -21,6 +23,10 @@ struct Rgb {
 // the module's own allocator, so the picture is read straight into the
 // memory the module will take; tests hand out plain host memory.
 using PixelAllocator = std::function<uint8_t *(size_t bytes)>;
+// Gives back a block of the PixelAllocator's before its owner ends; empty
+// when blocks live as long as their owner (a picture turned upright then
+// holds both its blocks until the end).
+using PixelRelease = std::function<void(uint8_t *pixels)>;
 
 struct Image {
     int depth = 0;          // 1, 4, 8 or 24
@@ -29,6 +35,8 @@ struct Image {
     std::vector<Rgb> palette;  // 2^depth entries for depth 1, 4 and 8; empty for 24
     int dpi = 0;            // horizontal resolution from the file's metadata, 0 if none
     uint8_t *pixels = nullptr;  // height rows of stride() bytes, bottom row first
+    int orientation = 1;    // where the stored rows go, TIFF/EXIF style 1-8; 1 is upright
+    uint32_t pages = 1;     // pictures in the file (the pages of a multi-page TIFF)
 
     // Bytes of one row: whole bytes for the pixels, rounded up to 4.
     size_t stride() const { return rowBytes(width, depth); }
@@ -51,13 +59,39 @@ struct ReadError : std::runtime_error {
 enum class Format { Unknown, Png, Jpeg, Tiff, Pnm };
 Format sniffFormat(const uint8_t *head, size_t n);
 
-// Reads a PNG, JPEG, TIFF or PNM picture (P1-P6); throws ReadError.
-Image readImage(const std::string &path, const PixelAllocator &alloc);
+// What to read: a file by name, or a whole file already in memory (standard
+// input, read once), and which of its pictures.
+struct PictureSource {
+    PictureSource() = default;
+    explicit PictureSource(std::string path) : name(std::move(path)) {}
+    std::string name;                // the path; for bytes in memory, what messages call them
+    bool inMemory = false;           // read bytes, not the file name
+    std::span<const uint8_t> bytes;  // the file's bytes when inMemory
+    uint32_t page = 1;               // 1-based; a page past the file's count is refused
+    // Turn the picture upright as its orientation (TIFF tag, JPEG EXIF) says;
+    // else the rows come as stored, and Image::orientation says how they lie.
+    bool orient = false;
+    PixelRelease release;            // for the block a picture turned upright leaves
+};
 
-Image readPng(const std::string &path, const PixelAllocator &alloc);
-Image readJpeg(const std::string &path, const PixelAllocator &alloc);
-Image readTiff(const std::string &path, const PixelAllocator &alloc);
-Image readPnm(const std::string &path, const PixelAllocator &alloc);
+// Reads a PNG, JPEG, TIFF or PNM picture (P1-P6); throws ReadError.
+Image readImage(const PictureSource &source, const PixelAllocator &alloc);
+inline Image readImage(const std::string &path, const PixelAllocator &alloc) {
+    return readImage(PictureSource(path), alloc);
+}
+
+Image readPng(const PictureSource &source, const PixelAllocator &alloc);
+Image readJpeg(const PictureSource &source, const PixelAllocator &alloc);
+Image readTiff(const PictureSource &source, const PixelAllocator &alloc);
+Image readPnm(const PictureSource &source, const PixelAllocator &alloc);
+
+// The work space turning a picture of this orientation upright takes: a
+// second block for the orientations that swap width and height (5 to 8),
+// nothing for the others (flipped in place). Readers count it against the
+// memory budget when source.orient is set, as work space that comes after
+// their own (theirs is freed before the turn). Throws ReadError when the
+// picture fits the budget but the turn does not, naming --no-orient.
+uint64_t orientationWork(const PictureSource &source, int orientation, uint32_t width, uint32_t height, int depth);
 
 // Throws ReadError for sizes the module's bitmap record cannot hold.
 void checkPictureSize(const std::string &path, uint32_t width, uint32_t height);

@@ -64,11 +64,21 @@ std::string describeBytes(uint64_t bytes) {
     return text;
 }
 
+namespace {
+uint64_t heldBytes = 0;
+}
+
+HeldBytes::HeldBytes(uint64_t bytes) : previous_(heldBytes) { heldBytes = bytes; }
+HeldBytes::~HeldBytes() { heldBytes = previous_; }
+uint64_t HeldBytes::current() { return heldBytes; }
+
 void checkMemoryBudget(const std::string &path, uint32_t width, uint32_t height, uint64_t bytes) {
-    if (bytes <= memoryBudget()) return;
+    const uint64_t held = heldBytes;
+    if (bytes <= memoryBudget() && held <= memoryBudget() - bytes) return;
     throw ReadError(path + ": " + std::to_string(width) + " x " + std::to_string(height) + " pixels need " +
-                    describeBytes(bytes) + " of memory, more than the limit of " + describeBytes(memoryBudget()) +
-                    " (--limit-memory)");
+                    describeBytes(bytes) + " of memory" +
+                    (held > 0 ? " besides the " + describeBytes(held) + " of the file held in memory" : "") +
+                    ", more than the limit of " + describeBytes(memoryBudget()) + " (--limit-memory)");
 }
 
 }  // namespace mivo4::host

@@ -24,6 +24,21 @@ bool parseMemorySize(const std::string &text, uint64_t &bytes);
 // "1.5 GiB", "640 KiB": a size in a user's words.
 std::string describeBytes(uint64_t bytes);
 
+// Bytes the host holds for the picture being read besides its pixels (a
+// file read from standard input into memory): while one of these lives,
+// checkMemoryBudget counts them too. Readers run one at a time.
+class HeldBytes {
+public:
+    explicit HeldBytes(uint64_t bytes);
+    ~HeldBytes();
+    HeldBytes(const HeldBytes &) = delete;
+    HeldBytes &operator=(const HeldBytes &) = delete;
+    static uint64_t current();
+
+private:
+    uint64_t previous_;
+};
+
 // Throws ReadError when a picture of width x height taking bytes (its pixels
 // and the reader's work space) is over the budget; the message names both.
 void checkMemoryBudget(const std::string &path, uint32_t width, uint32_t height, uint64_t bytes);

@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "exif.h"
 #include "image.h"
 #include "membudget.h"
 
@@ -53,11 +54,22 @@ struct Decompressor {
     }
 };
 
+// The first EXIF segment's orientation; 1 (upright) without one.
+int jpegOrientation(const jpeg_decompress_struct &cinfo) {
+    for (jpeg_saved_marker_ptr m = cinfo.marker_list; m != nullptr; m = m->next) {
+        if (m->marker != JPEG_APP0 + 1 || m->data_length < 6 || std::memcmp(m->data, "Exif\0\0", 6) != 0) continue;
+        const int o = exifOrientation(m->data, m->data_length);
+        return o != 0 ? o : 1;
+    }
+    return 1;
+}
+
 }  // namespace
 
-Image readJpeg(const std::string &path, const PixelAllocator &alloc) {
-    std::unique_ptr<FILE, int (*)(FILE *)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
-    if (!f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
+Image readJpeg(const PictureSource &source, const PixelAllocator &alloc) {
+    const std::string &path = source.name;
+    std::unique_ptr<FILE, int (*)(FILE *)> f(source.inMemory ? nullptr : std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!source.inMemory && !f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
 
     Decompressor d;
     Image image;
@@ -68,8 +80,14 @@ Image readJpeg(const std::string &path, const PixelAllocator &alloc) {
     if (setjmp(d.err.jump)) throw ReadError(path + ": bad JPEG: " + d.err.message);
     jpeg_create_decompress(&d.cinfo);
     d.created = true;
-    jpeg_stdio_src(&d.cinfo, f.get());
+    if (source.inMemory)
+        jpeg_mem_src(&d.cinfo, source.bytes.data(), static_cast<unsigned long>(source.bytes.size()));
+    else
+        jpeg_stdio_src(&d.cinfo, f.get());
+    // APP1 segments are kept (each at most 64 KiB) for the EXIF orientation.
+    jpeg_save_markers(&d.cinfo, JPEG_APP0 + 1, 0xFFFF);
     jpeg_read_header(&d.cinfo, TRUE);
+    image.orientation = jpegOrientation(d.cinfo);
 
     if (d.cinfo.saw_JFIF_marker && d.cinfo.X_density > 0) {
         if (d.cinfo.density_unit == 1) image.dpi = d.cinfo.X_density;
@@ -90,6 +108,8 @@ Image readJpeg(const std::string &path, const PixelAllocator &alloc) {
         for (int c = 0; c < d.cinfo.num_components; ++c)
             work += uint64_t{d.cinfo.comp_info[c].width_in_blocks} * d.cinfo.comp_info[c].height_in_blocks * 128;
     const uint64_t pixels = Image::rowBytes(d.cinfo.output_width, grey ? 8 : 24) * uint64_t{d.cinfo.output_height};
+    // The decoder's work space is gone before the picture is turned.
+    work = std::max(work, orientationWork(source, image.orientation, d.cinfo.output_width, d.cinfo.output_height, grey ? 8 : 24));
     checkMemoryBudget(path, d.cinfo.output_width, d.cinfo.output_height, pixels + work);
     d.cinfo.mem->max_memory_to_use = static_cast<long>(std::min<uint64_t>(memoryBudget(), LONG_MAX));
     jpeg_start_decompress(&d.cinfo);

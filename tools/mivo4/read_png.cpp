@@ -35,11 +35,26 @@ void onError(png_structp png, png_const_charp message) {
 
 void onWarning(png_structp, png_const_charp) {}
 
+// A PNG file already in memory, read by libpng through its read callback.
+struct MemoryReader {
+    std::span<const uint8_t> bytes;
+    size_t at;
+};
+
+void readFromMemory(png_structp png, png_bytep into, size_t length) {
+    auto *m = static_cast<MemoryReader *>(png_get_io_ptr(png));
+    if (length > m->bytes.size() - m->at) png_error(png, "the file ends early");
+    std::memcpy(into, m->bytes.data() + m->at, length);
+    m->at += length;
+}
+
 }  // namespace
 
-Image readPng(const std::string &path, const PixelAllocator &alloc) {
-    std::unique_ptr<FILE, int (*)(FILE *)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
-    if (!f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
+Image readPng(const PictureSource &source, const PixelAllocator &alloc) {
+    const std::string &path = source.name;
+    std::unique_ptr<FILE, int (*)(FILE *)> f(source.inMemory ? nullptr : std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!source.inMemory && !f) throw ReadError(path + ": cannot open: " + std::strerror(errno));
+    MemoryReader memoryReader{source.bytes, 0};
 
     PngReader r;
     r.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &r, onError, onWarning);
@@ -55,7 +70,10 @@ Image readPng(const std::string &path, const PixelAllocator &alloc) {
     std::vector<uint8_t> alphas;
     if (setjmp(png_jmpbuf(r.png))) throw ReadError(path + ": bad PNG: " + r.message);
 
-    png_init_io(r.png, f.get());
+    if (source.inMemory)
+        png_set_read_fn(r.png, &memoryReader, readFromMemory);
+    else
+        png_init_io(r.png, f.get());
     png_set_user_limits(r.png, 0x7FFFFFFF, 0x7FFFFFFF);
     // Ancillary chunks (compressed text, profiles) are held whole: none may
     // take more than a small part of the budget.

@@ -16,9 +16,13 @@ namespace {
 
 class PnmFile {
 public:
-    PnmFile(const std::string &path) : path_(path), f_(std::fopen(path.c_str(), "rb"), &std::fclose) {
-        if (!f_) throw ReadError(path + ": cannot open: " + std::strerror(errno));
-        std::setvbuf(f_.get(), nullptr, _IOFBF, 1 << 16);
+    // A file by name, or one in memory read through a memory stream.
+    PnmFile(const PictureSource &source)
+        : path_(source.name),
+          f_(source.inMemory ? openBytes(source.bytes) : std::fopen(source.name.c_str(), "rb"), &std::fclose),
+          memorySize_(source.inMemory ? source.bytes.size() : 0), inMemory_(source.inMemory) {
+        if (!f_) throw ReadError(path_ + ": cannot open: " + std::strerror(errno));
+        if (!inMemory_) std::setvbuf(f_.get(), nullptr, _IOFBF, 1 << 16);
     }
     [[noreturn]] void fail(const std::string &why) const { throw ReadError(path_ + ": " + why); }
 
@@ -41,6 +45,7 @@ public:
     // Bytes left in the file from the current position.
     uint64_t remaining() {
         long here = std::ftell(f_.get());
+        if (inMemory_) return here >= 0 && static_cast<uint64_t>(here) < memorySize_ ? memorySize_ - static_cast<uint64_t>(here) : 0;
         struct stat st;
         if (here < 0 || fstat(fileno(f_.get()), &st) != 0 || !S_ISREG(st.st_mode)) return UINT64_MAX;
         return st.st_size > here ? static_cast<uint64_t>(st.st_size - here) : 0;
@@ -68,8 +73,15 @@ public:
     }
 
 private:
+    static FILE *openBytes(std::span<const uint8_t> bytes) {
+        // The stream only reads; an empty buffer still needs a valid address.
+        static const uint8_t none = 0;
+        return fmemopen(const_cast<uint8_t *>(bytes.empty() ? &none : bytes.data()), bytes.size(), "rb");
+    }
     std::string path_;
     std::unique_ptr<FILE, int (*)(FILE *)> f_;
+    uint64_t memorySize_;
+    bool inMemory_;
 };
 
 // Scales a sample of 0..maxval to 0..255, rounding to nearest.
@@ -81,8 +93,9 @@ inline uint8_t scale8(uint32_t v, uint32_t maxval) {
 
 }  // namespace
 
-Image readPnm(const std::string &path, const PixelAllocator &alloc) {
-    PnmFile in(path);
+Image readPnm(const PictureSource &source, const PixelAllocator &alloc) {
+    const std::string &path = source.name;
+    PnmFile in(source);
     if (in.get() != 'P') in.fail("not a PNM file");
     int kind = in.get() - '0';
     if (kind < 1 || kind > 6) in.fail("not a PNM file of kind P1 to P6");

@@ -4,6 +4,8 @@
 #include <tiffio.h>
 
 #include <cmath>
+#include <cstdint>
+#include <span>
 #include <cstdarg>
 #include <algorithm>
 #include <cstdio>
@@ -38,9 +40,65 @@ struct TiffCloser {
 
 inline uint8_t from16(uint32_t v) { return static_cast<uint8_t>((v + 128) / 257); }
 
+// A TIFF file already in memory, read by libtiff through client procedures;
+// it is also "mapped", so that libtiff reads strips straight from it.
+struct MemoryFile {
+    std::span<const uint8_t> bytes;
+    uint64_t at = 0;
+};
+
+tmsize_t memoryRead(thandle_t h, void *into, tmsize_t n) {
+    auto *m = static_cast<MemoryFile *>(h);
+    if (n <= 0 || m->at >= m->bytes.size()) return 0;
+    const size_t count = static_cast<size_t>(std::min<uint64_t>(static_cast<uint64_t>(n), m->bytes.size() - m->at));
+    std::memcpy(into, m->bytes.data() + m->at, count);
+    m->at += count;
+    return static_cast<tmsize_t>(count);
+}
+
+tmsize_t memoryWrite(thandle_t, void *, tmsize_t) { return -1; }
+
+toff_t memorySeek(thandle_t h, toff_t offset, int whence) {
+    auto *m = static_cast<MemoryFile *>(h);
+    const int64_t base = whence == SEEK_CUR ? static_cast<int64_t>(m->at)
+                         : whence == SEEK_END ? static_cast<int64_t>(m->bytes.size())
+                                              : 0;
+    const int64_t delta = static_cast<int64_t>(offset);
+    if ((delta < 0 && base + delta < 0) || (delta > 0 && base > INT64_MAX - delta)) return static_cast<toff_t>(-1);
+    m->at = static_cast<uint64_t>(base + delta);
+    return m->at;
+}
+
+int memoryClose(thandle_t) { return 0; }
+
+toff_t memorySize(thandle_t h) { return static_cast<MemoryFile *>(h)->bytes.size(); }
+
+int memoryMap(thandle_t h, void **base, toff_t *size) {
+    auto *m = static_cast<MemoryFile *>(h);
+    *base = const_cast<uint8_t *>(m->bytes.data());
+    *size = m->bytes.size();
+    return 1;
+}
+
+void memoryUnmap(thandle_t, void *, toff_t) {}
+
+// Counts the pages and makes the asked one current: a page past the count is
+// refused with the count.
+template <class Fail>
+void selectPage(TIFF *t, const PictureSource &source, Image &image, const Fail &fail) {
+    const tdir_t pages = TIFFNumberOfDirectories(t);
+    image.pages = pages > 0 ? pages : 1;
+    if (source.page > image.pages)
+        throw ReadError(source.name + ": has " + std::to_string(image.pages) + (image.pages == 1 ? " page" : " pages") +
+                        "; --page " + std::to_string(source.page) + " is past the last");
+    if (source.page > 1 && !TIFFSetDirectory(t, static_cast<tdir_t>(source.page - 1)))
+        throw fail("cannot read page " + std::to_string(source.page));
+}
+
 }  // namespace
 
-Image readTiff(const std::string &path, const PixelAllocator &alloc) {
+Image readTiff(const PictureSource &source, const PixelAllocator &alloc) {
+    const std::string &path = source.name;
     TIFFErrorHandler oldError = TIFFSetErrorHandler(onError);
     TIFFErrorHandler oldWarning = TIFFSetWarningHandler(onWarning);
     struct Restore {
@@ -60,9 +118,15 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
     std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions *)> options(TIFFOpenOptionsAlloc(), TIFFOpenOptionsFree);
     if (!options) throw ReadError(path + ": not enough memory");
     TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(std::min<uint64_t>(memoryBudget(), INT64_MAX)));
-    std::unique_ptr<TIFF, TiffCloser> tif(TIFFOpenExt(path.c_str(), "r", options.get()));
+    MemoryFile memoryFile{source.bytes, 0};
+    std::unique_ptr<TIFF, TiffCloser> tif(
+        source.inMemory ? TIFFClientOpenExt(path.c_str(), "r", &memoryFile, memoryRead, memoryWrite, memorySeek,
+                                            memoryClose, memorySize, memoryMap, memoryUnmap, options.get())
+                        : TIFFOpenExt(path.c_str(), "r", options.get()));
     if (!tif) throw fail("cannot read this TIFF file");
     TIFF *t = tif.get();
+    Image image;
+    selectPage(t, source, image, fail);
 
     uint32_t width = 0, height = 0;
     uint16_t bps = 1, spp = 1, photometric = PHOTOMETRIC_MINISWHITE, planar = PLANARCONFIG_CONTIG;
@@ -77,7 +141,11 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
     const bool hasPhotometric = TIFFGetField(t, TIFFTAG_PHOTOMETRIC, &photometric) != 0;
     if (!hasPhotometric) photometric = spp >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISWHITE;
 
-    Image image;
+    // Rows are read as stored; the orientation is turned upright afterwards
+    // (or kept, as the user asks).
+    if (orientation < ORIENTATION_TOPLEFT || orientation > ORIENTATION_LEFTBOT) orientation = ORIENTATION_TOPLEFT;
+    image.orientation = orientation;
+    auto turnWork = [&](int depth) { return orientationWork(source, orientation, width, height, depth); };
     if (TIFFGetField(t, TIFFTAG_XRESOLUTION, &xres) && xres > 0) {
         TIFFGetFieldDefaulted(t, TIFFTAG_RESOLUTIONUNIT, &unit);
         if (unit == RESUNIT_INCH) image.dpi = static_cast<int>(std::lround(xres));
@@ -88,8 +156,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
     uint16_t *extraTypes = nullptr;
     TIFFGetFieldDefaulted(t, TIFFTAG_EXTRASAMPLES, &extraCount, &extraTypes);
     const bool grey = photometric == PHOTOMETRIC_MINISWHITE || photometric == PHOTOMETRIC_MINISBLACK;
-    const bool plainLayout = !TIFFIsTiled(t) && orientation == ORIENTATION_TOPLEFT &&
-                             (planar == PLANARCONFIG_CONTIG || spp == 1);
+    const bool plainLayout = !TIFFIsTiled(t) && (planar == PLANARCONFIG_CONTIG || spp == 1);
     const bool rowByRow =
         plainLayout &&
         ((grey && spp == 1 && (bps == 1 || bps == 2 || bps == 4 || bps == 8 || bps == 16)) ||
@@ -98,18 +165,18 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
           (bps == 8 || bps == 16)));
 
     if (!rowByRow) {
-        // Ink, luminance-chrominance, tiles, planes, other orientations:
-        // libtiff turns them into RGBA rows, top row first.
+        // Ink, luminance-chrominance, tiles, planes: libtiff turns them into
+        // RGBA rows, in the stored order (asked for the file's own orientation).
         char why[1024] = "";
         if (!TIFFRGBAImageOK(t, why)) throw ReadError(path + ": unsupported TIFF: " + why);
         checkPictureSize(path, width, height);
         const uint64_t rgbaBytes = uint64_t{width} * height * 4;
-        allocatePixels(image, path, width, height, 24, alloc, rgbaBytes);
+        allocatePixels(image, path, width, height, 24, alloc, std::max(rgbaBytes, turnWork(24)));
         // Not zero-filled: a file whose data ends early stops the reading
         // (stop on the first error) before it touches the rest.
         std::unique_ptr<uint32_t[]> rgba(new (std::nothrow) uint32_t[static_cast<size_t>(rgbaBytes / 4)]);
         if (!rgba) throw ReadError(path + ": not enough memory to read the picture");
-        if (!TIFFReadRGBAImageOriented(t, width, height, rgba.get(), ORIENTATION_TOPLEFT, 1))
+        if (!TIFFReadRGBAImageOriented(t, width, height, rgba.get(), orientation, 1))
             throw fail("cannot decode the TIFF picture");
         for (uint32_t y = 0; y < height; ++y) {
             reportRows(y, height);
@@ -135,11 +202,11 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
     if (grey) {
         const bool whiteIsZero = photometric == PHOTOMETRIC_MINISWHITE;
         if (bps == 1) {
-            allocatePixels(image, path, width, height, 1, alloc);
+            allocatePixels(image, path, width, height, 1, alloc, turnWork(1));
             image.palette = whiteIsZero ? std::vector<Rgb>{{255, 255, 255}, {0, 0, 0}}
                                         : std::vector<Rgb>{{0, 0, 0}, {255, 255, 255}};
         } else {
-            allocatePixels(image, path, width, height, 8, alloc);
+            allocatePixels(image, path, width, height, 8, alloc, turnWork(8));
             image.palette = greyPalette();
             // 8-bit rows are kept as they are; the table says which end is white.
             if (whiteIsZero && bps == 8)
@@ -175,7 +242,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
         uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
         if (!TIFFGetField(t, TIFFTAG_COLORMAP, &r, &g, &b)) throw fail("palette picture without a colour map");
         const int depth = bps == 1 ? 1 : bps == 8 ? 8 : 4;
-        allocatePixels(image, path, width, height, depth, alloc);
+        allocatePixels(image, path, width, height, depth, alloc, turnWork(depth));
         const size_t entries = size_t{1} << bps;
         // Some writers store 8-bit values in the 16-bit map.
         bool eightBit = true;
@@ -202,7 +269,7 @@ Image readTiff(const std::string &path, const PixelAllocator &alloc) {
     }
 
     // RGB, 8 or 16 bits, perhaps with alpha.
-    allocatePixels(image, path, width, height, 24, alloc);
+    allocatePixels(image, path, width, height, 24, alloc, turnWork(24));
     const uint16_t extra = spp == 4 && extraTypes != nullptr ? extraTypes[0] : EXTRASAMPLE_UNSPECIFIED;
     const bool premultiplied = extra == EXTRASAMPLE_ASSOCALPHA;
     const bool alpha = premultiplied || extra == EXTRASAMPLE_UNASSALPHA;
