@@ -15,8 +15,13 @@
 #include <mivo4/color.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <array>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "export/raster/colorlib.h"
 
@@ -30,12 +35,19 @@ bool greyEntries(const VCD *t, uint16_t n) {
     return n > 0;
 }
 
-// What a grey in hand decides: the bit it is written as, and the parts of its
+// What a pixel in hand decides: the bit it is written as, and the parts of its
 // error that go right (7/16), below (5/16), below left (3/16) and below right
-// (1/16), truncated as the diffusion truncates them.
+// (1/16), truncated as the diffusion truncates them. They are kept for every
+// sum a pixel can hold before it is clamped (a grey plus the part its left
+// neighbour passes on, -111 to 366), each the entry of the clamped grey: the
+// sum that every pixel waits for then needs one look-up and one addition.
 struct GreyChoices {
-    std::array<uint8_t, 256> bit{};
-    std::array<int16_t, 256> right{}, below{}, belowLeft{}, belowRight{};
+    static constexpr int kLow = -128, kHigh = 383;
+    struct Parts {
+        int16_t right, below, belowLeft, belowRight;
+    };
+    std::array<Parts, kHigh - kLow + 1> parts{};
+    std::array<uint8_t, kHigh - kLow + 1> bits{};
 
     GreyChoices(const VCD *table, uint16_t n) {
         NearestFinder finder(table, n);
@@ -44,19 +56,21 @@ struct GreyChoices {
         // lowest bit; for duplicated entries that is the first of them.
         for (uint16_t k = 0; k < n; ++k)
             bitOfIndex[k] = static_cast<uint8_t>(finder.find(table[k].red, table[k].green, table[k].blue) & 1);
-        for (int v = 0; v < 256; ++v) {
+        for (int s = kLow; s <= kHigh; ++s) {
+            const int v = std::clamp(s, 0, 255);
             const auto g = static_cast<uint8_t>(v);
             const int32_t index = finder.find(g, g, g);
             const int32_t e = v - table[index].red;
             const int32_t q8 = e / 8;
             const int32_t q7 = (7 * e) / 16;
-            bit[v] = bitOfIndex[static_cast<size_t>(index)];
-            right[v] = static_cast<int16_t>(q7);
-            below[v] = static_cast<int16_t>(q7 - q8);
-            belowLeft[v] = static_cast<int16_t>(q7 - 2 * q8);
-            belowRight[v] = static_cast<int16_t>(q7 - 3 * q8);
+            const auto at = static_cast<size_t>(s - kLow);
+            bits[at] = bitOfIndex[static_cast<size_t>(index)];
+            parts[at] = {static_cast<int16_t>(q7), static_cast<int16_t>(q7 - q8), static_cast<int16_t>(q7 - 2 * q8),
+                         static_cast<int16_t>(q7 - 3 * q8)};
         }
     }
+    const Parts *partsOf() const { return parts.data() - kLow; }
+    const uint8_t *bitOf() const { return bits.data() - kLow; }
 };
 
 // The grey a source pixel becomes for one-bit output: the weighted grey
@@ -105,49 +119,102 @@ private:
     std::array<uint8_t, 256> ofIndex_{};
 };
 
-// Diffuses one row of greys and writes its bits. `here` is the row in hand
-// (read only: what it is dithered to is not kept), `next` the row below,
-// which receives its error, or null for the last row. The order of the sums
-// is that of the three-channel row: below right of j - 1, below of j, below
-// left of j + 1, each clamped.
-void ditherRow(const uint8_t *here, uint8_t *next, uint32_t width, const GreyChoices &t, uint8_t *bits) {
-    if (width == 0) return;
-    int32_t cur = here[0], prev = here[0];
-    int32_t left = 0, under = next != nullptr ? next[0] : 0;
-    uint32_t acc = 0;
-    for (uint32_t j = 0; j + 1 < width; ++j) {
-        acc = acc << 1 | t.bit[static_cast<size_t>(cur)];
-        if ((j & 7) == 7) {
-            bits[j >> 3] = static_cast<uint8_t>(acc);
-            acc = 0;
-        }
-        // The pixel to the right is the next one in hand: clamped without a
-        // table look-up (the same values as Range_Chk's), since each pixel
-        // waits for this sum.
-        const int32_t after = std::clamp(here[j + 1] + int32_t{t.right[static_cast<size_t>(cur)]}, 0, 255);
-        if (next != nullptr) {
-            under = Range_Chk[under + t.below[static_cast<size_t>(cur)]];
-            if (j > 0) {
-                left = Range_Chk[left + t.belowLeft[static_cast<size_t>(cur)]];
-                next[j - 1] = static_cast<uint8_t>(left);
+inline int32_t clampGrey(int32_t v) { return std::min(std::max(v, int32_t{0}), int32_t{255}); }
+
+// Diffuses rows of greys and writes their bits, in two passes over a row.
+//
+// The first pass follows the one thing each pixel waits for: the sum of its
+// grey and the part its left neighbour passes on. It is carried unclamped
+// (the tables answer for the clamped grey), writes the bits, and sets aside
+// the three parts each pixel passes to the row below, lined up with the pixel
+// of that row that receives them: below right of j - 1, below of j, below
+// left of j + 1. Parts no pixel passes (from the first pixel to its lower
+// left, from the last pixel, which is not diffused) are zero, which leaves a
+// grey as it is.
+//
+// The second pass adds them to the row below, eight pixels at a time, in the
+// order of the three-channel row, each sum clamped (the same values as
+// Range_Chk's).
+class RowDiffuser {
+public:
+    RowDiffuser(uint32_t width, const GreyChoices &t)
+        : width_(width), parts_(t.partsOf()), bitOf_(t.bitOf()), padded_(roundUp(width) + 8) {
+        for (auto *a : {&fromLeft_, &fromAbove_, &fromRight_}) a->assign(padded_ + 1, 0);
+    }
+
+    // Room the row below needs past its width (the second pass works in
+    // blocks of eight).
+    size_t paddedWidth() const { return padded_; }
+
+    // `here` is the row in hand (read only: what it is dithered to is not
+    // kept); `next` the row below, padded to paddedWidth(), or null for the
+    // last row.
+    void row(const uint8_t *here, uint8_t *next, uint8_t *bits) {
+        const uint32_t width = width_;
+        int16_t *fromLeft = fromLeft_.data() + 1, *fromAbove = fromAbove_.data() + 1,
+                *fromRight = fromRight_.data() + 1;
+        int16_t *toLowerLeft = fromRight_.data();  // [j]: fromRight[j - 1]; [0] the first pixel's, unused
+        intptr_t cur = here[0], prev = here[0];
+        uint32_t acc = 0;
+        for (uint32_t j = 0; j + 1 < width; ++j) {
+            const GreyChoices::Parts &p = parts_[cur];
+            acc = acc << 1 | bitOf_[cur];
+            if ((j & 7) == 7) {
+                bits[j >> 3] = static_cast<uint8_t>(acc);
+                acc = 0;
             }
-            const int32_t underRight = Range_Chk[next[j + 1] + t.belowRight[static_cast<size_t>(cur)]];
-            left = under;
-            under = underRight;
+            fromLeft[j + 1] = p.belowRight;
+            fromAbove[j] = p.below;
+            toLowerLeft[j] = p.belowLeft;
+            prev = cur;
+            cur = here[j + 1] + intptr_t{p.right};
         }
-        prev = cur;
-        cur = after;
+        // The right edge repeats its neighbour's choice; a row of one pixel
+        // takes its own.
+        const uint32_t j = width - 1;
+        acc = acc << 1 | bitOf_[width == 1 ? here[0] : prev];
+        bits[j >> 3] = static_cast<uint8_t>(acc << (7 - (j & 7)));
+        if (next == nullptr) return;
+        // What the loop left past the diffused pixels is zero: the last
+        // pixel's parts, and the first pixel's below right when the row has
+        // only one.
+        fromLeft[0] = 0;
+        fromAbove[width - 1] = 0;
+        if (width >= 2) fromRight[width - 2] = 0;
+        fromRight[width - 1] = 0;
+        if (width == 1) fromLeft[1] = 0;
+        addParts(next, fromLeft, fromAbove, fromRight);
     }
-    if (next != nullptr && width >= 2) {
-        next[width - 2] = static_cast<uint8_t>(left);
-        next[width - 1] = static_cast<uint8_t>(under);
+
+private:
+    static size_t roundUp(uint32_t w) { return (size_t{w} + 7) & ~size_t{7}; }
+
+    void addParts(uint8_t *next, const int16_t *a, const int16_t *b, const int16_t *c) const {
+        const size_t n = roundUp(width_);
+#if defined(__SSE2__)
+        const __m128i zero = _mm_setzero_si128(), top = _mm_set1_epi16(255);
+        for (size_t k = 0; k < n; k += 8) {
+            __m128i v = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(next + k)), zero);
+            v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + k)));
+            v = _mm_min_epi16(_mm_max_epi16(v, zero), top);
+            v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + k)));
+            v = _mm_min_epi16(_mm_max_epi16(v, zero), top);
+            v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
+            _mm_storel_epi64(reinterpret_cast<__m128i *>(next + k), _mm_packus_epi16(v, v));
+        }
+#else
+        for (size_t k = 0; k < n; ++k)
+            next[k] = static_cast<uint8_t>(clampGrey(clampGrey(clampGrey(next[k] + a[k]) + b[k]) + c[k]));
+#endif
     }
-    // The right edge repeats its neighbour's choice; a row of one pixel takes
-    // its own.
-    const uint32_t j = width - 1;
-    acc = acc << 1 | t.bit[static_cast<size_t>(width == 1 ? here[0] : prev)];
-    bits[j >> 3] = static_cast<uint8_t>(acc << (7 - (j & 7)));
-}
+
+    uint32_t width_;
+    const GreyChoices::Parts *parts_;
+    const uint8_t *bitOf_;
+    size_t padded_;
+    // Indexed from -1: the first pixel's below left lands before the row.
+    std::vector<int16_t> fromLeft_, fromAbove_, fromRight_;
+};
 
 }  // namespace
 
@@ -178,13 +245,14 @@ bool ditherSourceToOneBit(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_dep
     const GreyChoices choices(entries.data(), n);
     Locked src(Hdata);
     RowReader rows(src.data(), src.size(), bytesPerLine64(w, src_depth));
-    std::vector<uint8_t> here(w), next(w);
+    RowDiffuser diffuser(w, choices);
+    std::vector<uint8_t> here(diffuser.paddedWidth()), next(diffuser.paddedWidth());
     const uint64_t outBpl = bytesPerLine64(w, 1);
     greyer.row(rows.row(0), w, here.data());
     for (uint32_t i = 0; i < h; ++i) {
         const bool last = i + 1 == h;
         if (!last) greyer.row(rows.row(i + 1), w, next.data());
-        ditherRow(here.data(), last ? nullptr : next.data(), w, choices, bits.data() + i * outBpl);
+        diffuser.row(here.data(), last ? nullptr : next.data(), bits.data() + i * outBpl);
         here.swap(next);
     }
     result = out.release();
