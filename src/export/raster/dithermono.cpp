@@ -121,79 +121,145 @@ private:
 
 inline int32_t clampGrey(int32_t v) { return std::min(std::max(v, int32_t{0}), int32_t{255}); }
 
-// Diffuses rows of greys and writes their bits, in two passes over a row.
+// Diffuses rows of greys and writes their bits.
 //
-// The first pass follows the one thing each pixel waits for: the sum of its
-// grey and the part its left neighbour passes on. It is carried unclamped
-// (the tables answer for the clamped grey), writes the bits, and sets aside
-// the three parts each pixel passes to the row below, lined up with the pixel
-// of that row that receives them: below right of j - 1, below of j, below
-// left of j + 1. Parts no pixel passes (from the first pixel to its lower
-// left, from the last pixel, which is not diffused) are zero, which leaves a
-// grey as it is.
+// A row goes in two passes. The first follows the one thing each pixel waits
+// for: the sum of its grey and the part its left neighbour passes on. It is
+// carried unclamped (the tables answer for the clamped grey), writes the
+// bits, and sets aside the three parts each pixel passes to the row below,
+// lined up with the pixel of that row that receives them: below right of
+// j - 1, below of j, below left of j + 1. Parts no pixel passes (from the
+// first pixel to its lower left, from the last pixel, which is not diffused)
+// are zero, which leaves a grey as it is. The second pass adds them to the
+// row below, eight pixels at a time, in the order of the three-channel row,
+// each sum clamped (the same values as Range_Chk's).
 //
-// The second pass adds them to the row below, eight pixels at a time, in the
-// order of the three-channel row, each sum clamped (the same values as
-// Range_Chk's).
+// Two rows go together: the second row's first pass runs in the same loop as
+// the first row's, a few blocks of eight behind, on pixels the first row has
+// already finished; each row's sums then wait on their own row only.
 class RowDiffuser {
 public:
     RowDiffuser(uint32_t width, const GreyChoices &t)
-        : width_(width), parts_(t.partsOf()), bitOf_(t.bitOf()), padded_(roundUp(width) + 8) {
-        for (auto *a : {&fromLeft_, &fromAbove_, &fromRight_}) a->assign(padded_ + 1, 0);
-    }
+        : width_(width), parts_(t.partsOf()), bitOf_(t.bitOf()), padded_(roundUp(width) + 8),
+          lower_(padded_), upper_(padded_) {}
 
-    // Room the row below needs past its width (the second pass works in
+    // Room a row of greys needs past its width (the second pass works in
     // blocks of eight).
     size_t paddedWidth() const { return padded_; }
 
-    // `here` is the row in hand (read only: what it is dithered to is not
-    // kept); `next` the row below, padded to paddedWidth(), or null for the
-    // last row.
+    // One row: `here` is the row in hand (read only: what it is dithered to
+    // is not kept); `next` the row below, padded to paddedWidth(), or null for
+    // the last row.
     void row(const uint8_t *here, uint8_t *next, uint8_t *bits) {
-        const uint32_t width = width_;
-        int16_t *fromLeft = fromLeft_.data() + 1, *fromAbove = fromAbove_.data() + 1,
-                *fromRight = fromRight_.data() + 1;
-        int16_t *toLowerLeft = fromRight_.data();  // [j]: fromRight[j - 1]; [0] the first pixel's, unused
-        intptr_t cur = here[0], prev = here[0];
-        uint32_t acc = 0;
-        for (uint32_t j = 0; j + 1 < width; ++j) {
-            const GreyChoices::Parts &p = parts_[cur];
-            acc = acc << 1 | bitOf_[cur];
-            if ((j & 7) == 7) {
-                bits[j >> 3] = static_cast<uint8_t>(acc);
-                acc = 0;
+        Row r = start(here, bits, upper_);
+        const uint32_t n = width_ - 1;  // the pixels that pass error on
+        for (uint32_t j = 0; j < n; ++j) step(r, j);
+        finish(r);
+        if (next != nullptr) addParts(next, upper_, 0, roundUp(width_));
+    }
+
+    // Two rows: `here` and `below` (the row below it, whose greys `here`'s
+    // parts complete), and `next`, the row below both. All padded.
+    void rowPair(const uint8_t *here, uint8_t *below, uint8_t *next, uint8_t *bitsHere, uint8_t *bitsBelow) {
+        const uint32_t n = width_ - 1;  // the pixels that pass error on
+        const size_t all = roundUp(width_);
+        Row a = start(here, bitsHere, upper_);
+        Row b{};
+        bool bStarted = false;
+        uint32_t aDone = 0, bDone = 0;  // pixels through the first pass
+        size_t whole = 0, wholeNext = 0;  // pixels of `below` and of `next` that are whole
+        while (bDone < n) {
+            const uint32_t aEnd = std::min(aDone + 8, n);
+            // Pixel j of `below` waits for its right neighbour's grey to be whole.
+            if (!bStarted && whole >= 2) {
+                b = start(below, bitsBelow, lower_);
+                bStarted = true;
             }
-            fromLeft[j + 1] = p.belowRight;
-            fromAbove[j] = p.below;
-            toLowerLeft[j] = p.belowLeft;
-            prev = cur;
-            cur = here[j + 1] + intptr_t{p.right};
+            const uint32_t bEnd =
+                bStarted ? std::max(bDone, std::min(bDone + 8, static_cast<uint32_t>(std::min<size_t>(n, whole - 1))))
+                         : bDone;
+            if (aEnd - aDone == 8 && bEnd - bDone == 8) {
+                for (uint32_t k = 0; k < 8; ++k) {
+                    step(a, aDone + k);
+                    step(b, bDone + k);
+                }
+            } else {
+                for (uint32_t j = aDone; j < aEnd; ++j) step(a, j);
+                for (uint32_t j = bDone; j < bEnd; ++j) step(b, j);
+            }
+            aDone = aEnd;
+            bDone = bEnd;
+            whole = addWhole(below, upper_, whole, aDone, n, all);
+            if (bStarted) wholeNext = addWhole(next, lower_, wholeNext, bDone, n, all);
         }
-        // The right edge repeats its neighbour's choice; a row of one pixel
-        // takes its own.
-        const uint32_t j = width - 1;
-        acc = acc << 1 | bitOf_[width == 1 ? here[0] : prev];
-        bits[j >> 3] = static_cast<uint8_t>(acc << (7 - (j & 7)));
-        if (next == nullptr) return;
-        // What the loop left past the diffused pixels is zero: the last
-        // pixel's parts, and the first pixel's below right when the row has
-        // only one.
-        fromLeft[0] = 0;
-        fromAbove[width - 1] = 0;
-        if (width >= 2) fromRight[width - 2] = 0;
-        fromRight[width - 1] = 0;
-        if (width == 1) fromLeft[1] = 0;
-        addParts(next, fromLeft, fromAbove, fromRight);
+        finish(a);
+        addParts(below, upper_, whole, all);
+        if (!bStarted) b = start(below, bitsBelow, lower_);
+        finish(b);
+        addParts(next, lower_, wholeNext, all);
     }
 
 private:
+    // Where a row's parts wait for the row below. Indexed from -1: the first
+    // pixel's below left lands before the row; the places no pixel writes
+    // stay zero.
+    struct Parts {
+        explicit Parts(size_t padded) : fromLeft(padded + 1, 0), fromAbove(padded + 1, 0), fromRight(padded + 1, 0) {}
+        std::vector<int16_t> fromLeft, fromAbove, fromRight;
+    };
+    // A row in its first pass.
+    struct Row {
+        const uint8_t *here;
+        uint8_t *bits;
+        int16_t *fromLeft, *fromAbove, *toLowerLeft;  // toLowerLeft[j]: fromRight[j - 1]
+        intptr_t cur, prev;
+        uint32_t acc;
+    };
+
     static size_t roundUp(uint32_t w) { return (size_t{w} + 7) & ~size_t{7}; }
 
-    void addParts(uint8_t *next, const int16_t *a, const int16_t *b, const int16_t *c) const {
-        const size_t n = roundUp(width_);
+    static Row start(const uint8_t *here, uint8_t *bits, Parts &p) {
+        return {here, bits, p.fromLeft.data() + 1, p.fromAbove.data() + 1, p.fromRight.data(), here[0], here[0], 0};
+    }
+
+    void step(Row &r, uint32_t j) const {
+        const GreyChoices::Parts &p = parts_[r.cur];
+        r.acc = r.acc << 1 | bitOf_[r.cur];
+        if ((j & 7) == 7) {
+            r.bits[j >> 3] = static_cast<uint8_t>(r.acc);
+            r.acc = 0;
+        }
+        r.fromLeft[j + 1] = p.belowRight;
+        r.fromAbove[j] = p.below;
+        r.toLowerLeft[j] = p.belowLeft;
+        r.prev = r.cur;
+        r.cur = r.here[j + 1] + intptr_t{p.right};
+    }
+
+    // The right edge repeats its neighbour's choice; a row of one pixel takes
+    // its own.
+    void finish(Row &r) const {
+        const uint32_t j = width_ - 1;
+        r.acc = r.acc << 1 | bitOf_[width_ == 1 ? r.here[0] : r.prev];
+        r.bits[j >> 3] = static_cast<uint8_t>(r.acc << (7 - (j & 7)));
+    }
+
+    // Adds the parts to the blocks of eight of `next` that are whole once
+    // `done` of the `n` diffusing pixels have passed theirs on; gives how far
+    // `next` is then whole.
+    size_t addWhole(uint8_t *next, const Parts &p, size_t added, uint32_t done, uint32_t n, size_t all) const {
+        // Pixel k is whole once pixel k + 1 has passed its parts on.
+        const size_t whole = done == n ? all : (done >= 1 ? (size_t{done} - 1) & ~size_t{7} : 0);
+        if (whole <= added) return added;
+        addParts(next, p, added, whole);
+        return whole;
+    }
+
+    void addParts(uint8_t *next, const Parts &p, size_t from, size_t to) const {
+        const int16_t *a = p.fromLeft.data() + 1, *b = p.fromAbove.data() + 1, *c = p.fromRight.data() + 1;
 #if defined(__SSE2__)
         const __m128i zero = _mm_setzero_si128(), top = _mm_set1_epi16(255);
-        for (size_t k = 0; k < n; k += 8) {
+        for (size_t k = from; k < to; k += 8) {
             __m128i v = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(next + k)), zero);
             v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + k)));
             v = _mm_min_epi16(_mm_max_epi16(v, zero), top);
@@ -203,7 +269,7 @@ private:
             _mm_storel_epi64(reinterpret_cast<__m128i *>(next + k), _mm_packus_epi16(v, v));
         }
 #else
-        for (size_t k = 0; k < n; ++k)
+        for (size_t k = from; k < to; ++k)
             next[k] = static_cast<uint8_t>(clampGrey(clampGrey(clampGrey(next[k] + a[k]) + b[k]) + c[k]));
 #endif
     }
@@ -212,8 +278,7 @@ private:
     const GreyChoices::Parts *parts_;
     const uint8_t *bitOf_;
     size_t padded_;
-    // Indexed from -1: the first pixel's below left lands before the row.
-    std::vector<int16_t> fromLeft_, fromAbove_, fromRight_;
+    Parts lower_, upper_;
 };
 
 }  // namespace
@@ -246,10 +311,18 @@ bool ditherSourceToOneBit(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_dep
     Locked src(Hdata);
     RowReader rows(src.data(), src.size(), bytesPerLine64(w, src_depth));
     RowDiffuser diffuser(w, choices);
-    std::vector<uint8_t> here(diffuser.paddedWidth()), next(diffuser.paddedWidth());
+    std::vector<uint8_t> here(diffuser.paddedWidth()), below(diffuser.paddedWidth()), next(diffuser.paddedWidth());
     const uint64_t outBpl = bytesPerLine64(w, 1);
     greyer.row(rows.row(0), w, here.data());
-    for (uint32_t i = 0; i < h; ++i) {
+    uint32_t i = 0;
+    for (; i + 2 < h; i += 2) {
+        greyer.row(rows.row(i + 1), w, below.data());
+        greyer.row(rows.row(i + 2), w, next.data());
+        diffuser.rowPair(here.data(), below.data(), next.data(), bits.data() + i * outBpl,
+                         bits.data() + (i + 1) * outBpl);
+        here.swap(next);
+    }
+    for (; i < h; ++i) {
         const bool last = i + 1 == h;
         if (!last) greyer.row(rows.row(i + 1), w, next.data());
         diffuser.row(here.data(), last ? nullptr : next.data(), bits.data() + i * outBpl);
