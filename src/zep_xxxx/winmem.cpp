@@ -44,6 +44,9 @@ static_assert(alignof(std::max_align_t) >= 8, "heap blocks must hold doubles");
 // Re-allocations to this many bytes or more go to pages of their own.
 constexpr uint32_t kMappedFrom = 64 * 1024;
 
+// New blocks this large (a picture's rows) ask for large pages.
+constexpr uint32_t kLargePageBlock = 8u << 20;
+
 using mivo4::mem::Pages;
 
 struct Slot {
@@ -179,6 +182,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
         reportFailure(size);
         return 0;
     }
+    if (size >= kLargePageBlock) mivo4::mem::AdviseLargePages(data, size);
     Slot &s = t.slots[slot];
     ZHANDLE handle = makeHandle(slot, s.generation);
     try {
