@@ -119,8 +119,6 @@ private:
     std::array<uint8_t, 256> ofIndex_{};
 };
 
-inline int32_t clampGrey(int32_t v) { return std::min(std::max(v, int32_t{0}), int32_t{255}); }
-
 // Diffuses rows of greys and writes their bits.
 //
 // A row goes in two passes. The first follows the one thing each pixel waits
@@ -269,6 +267,7 @@ private:
             _mm_storel_epi64(reinterpret_cast<__m128i *>(next + k), _mm_packus_epi16(v, v));
         }
 #else
+        auto clampGrey = [](int32_t v) { return std::min(std::max(v, int32_t{0}), int32_t{255}); };
         for (size_t k = from; k < to; ++k)
             next[k] = static_cast<uint8_t>(clampGrey(clampGrey(clampGrey(next[k] + a[k]) + b[k]) + c[k]));
 #endif
