@@ -58,10 +58,11 @@ TEST(Memory, EveryByteOfANewBlockIsZeroWhateverTheFlags) {
     }
 }
 
-TEST(Memory, ABlockLargeEnoughForLargePagesIsZeroAndKeepsItsBytesThroughReAllocation) {
-    // A picture-sized block asks the system for large pages: only a hint, the
-    // block must read zero, at every offset, and keep what is written.
-    for (uint32_t size : {(8u << 20) - 1, 8u << 20, (9u << 20) + 12345}) {
+TEST(Memory, ALargeNewBlockIsZeroAndKeepsItsBytesThroughReAllocation) {
+    // From a megabyte a new block starts in pages of its own, and a
+    // picture-sized one asks the system for large pages: the block must read
+    // zero, at every offset, and keep what is written when it grows.
+    for (uint32_t size : {(1u << 20) - 1, 1u << 20, (1u << 20) + 1, (8u << 20) - 1, 8u << 20, (9u << 20) + 12345}) {
         ZHANDLE h = GlobalAlloc(GHND, size);
         ASSERT_NE(h, 0u);
         auto *p = static_cast<unsigned char *>(GlobalLock(h));
