@@ -41,12 +41,13 @@ bool greyEntries(const VCD *t, uint16_t n) {
 // sum a pixel can hold before it is clamped (a grey plus the part its left
 // neighbour passes on, -111 to 366), each the entry of the clamped grey: the
 // sum that every pixel waits for then needs one look-up and one addition.
+// Every part fits a signed byte (at most 111 either way): the four go
+// together in one word, right in the low byte, then below, below left and
+// below right.
 struct GreyChoices {
     static constexpr int kLow = -128, kHigh = 383;
-    struct Parts {
-        int16_t right, below, belowLeft, belowRight;
-    };
-    std::array<Parts, kHigh - kLow + 1> parts{};
+    std::array<uint32_t, kHigh - kLow + 1> parts{};
+    std::array<int8_t, kHigh - kLow + 1> right{};
     std::array<uint8_t, kHigh - kLow + 1> bits{};
 
     GreyChoices(const VCD *table, uint16_t n) {
@@ -56,6 +57,7 @@ struct GreyChoices {
         // lowest bit; for duplicated entries that is the first of them.
         for (uint16_t k = 0; k < n; ++k)
             bitOfIndex[k] = static_cast<uint8_t>(finder.find(table[k].red, table[k].green, table[k].blue) & 1);
+        auto byte = [](int32_t v) { return static_cast<uint32_t>(static_cast<uint8_t>(static_cast<int8_t>(v))); };
         for (int s = kLow; s <= kHigh; ++s) {
             const int v = std::clamp(s, 0, 255);
             const auto g = static_cast<uint8_t>(v);
@@ -65,11 +67,12 @@ struct GreyChoices {
             const int32_t q7 = (7 * e) / 16;
             const auto at = static_cast<size_t>(s - kLow);
             bits[at] = bitOfIndex[static_cast<size_t>(index)];
-            parts[at] = {static_cast<int16_t>(q7), static_cast<int16_t>(q7 - q8), static_cast<int16_t>(q7 - 2 * q8),
-                         static_cast<int16_t>(q7 - 3 * q8)};
+            right[at] = static_cast<int8_t>(q7);
+            parts[at] = byte(q7) | byte(q7 - q8) << 8 | byte(q7 - 2 * q8) << 16 | byte(q7 - 3 * q8) << 24;
         }
     }
-    const Parts *partsOf() const { return parts.data() - kLow; }
+    const uint32_t *partsOf() const { return parts.data() - kLow; }
+    const int8_t *rightOf() const { return right.data() - kLow; }
     const uint8_t *bitOf() const { return bits.data() - kLow; }
 };
 
@@ -124,22 +127,22 @@ private:
 // A row goes in two passes. The first follows the one thing each pixel waits
 // for: the sum of its grey and the part its left neighbour passes on. It is
 // carried unclamped (the tables answer for the clamped grey), writes the
-// bits, and sets aside the three parts each pixel passes to the row below,
-// lined up with the pixel of that row that receives them: below right of
-// j - 1, below of j, below left of j + 1. Parts no pixel passes (from the
-// first pixel to its lower left, from the last pixel, which is not diffused)
-// are zero, which leaves a grey as it is. The second pass adds them to the
-// row below, eight pixels at a time, in the order of the three-channel row,
-// each sum clamped (the same values as Range_Chk's).
+// bits, and sets aside each pixel's word of parts. The second adds to each
+// pixel of the row below, eight at a time, below right of its upper left
+// neighbour, below of the pixel above and below left of its upper right
+// neighbour, in the order of the three-channel row, each sum clamped (the
+// same values as Range_Chk's). Words no pixel sets (before the row, and the
+// last pixel's, which is not diffused) are zero, which leaves a grey as it
+// is.
 //
 // Two rows go together: the second row's first pass runs in the same loop as
-// the first row's, a few blocks of eight behind, on pixels the first row has
+// the first row's, some blocks of eight behind, on pixels the first row has
 // already finished; each row's sums then wait on their own row only.
 class RowDiffuser {
 public:
     RowDiffuser(uint32_t width, const GreyChoices &t)
-        : width_(width), parts_(t.partsOf()), bitOf_(t.bitOf()), padded_(roundUp(width) + 8),
-          lower_(padded_), upper_(padded_) {}
+        : width_(width), parts_(t.partsOf()), right_(t.rightOf()), bitOf_(t.bitOf()),
+          padded_(roundUp(width) + 8), upper_(padded_ + 2, 0), lower_(padded_ + 2, 0) {}
 
     // Room a row of greys needs past its width (the second pass works in
     // blocks of eight).
@@ -150,10 +153,9 @@ public:
     // the last row.
     void row(const uint8_t *here, uint8_t *next, uint8_t *bits) {
         Row r = start(here, bits, upper_);
-        const uint32_t n = width_ - 1;  // the pixels that pass error on
-        for (uint32_t j = 0; j < n; ++j) step(r, j);
+        run(r, 0, width_ - 1);
         finish(r);
-        if (next != nullptr) addParts(next, upper_, 0, roundUp(width_));
+        if (next != nullptr) addParts(next, upper_.data() + 1, 0, roundUp(width_));
     }
 
     // Two rows: `here` and `below` (the row below it, whose greys `here`'s
@@ -168,22 +170,28 @@ public:
         size_t whole = 0, wholeNext = 0;  // pixels of `below` and of `next` that are whole
         while (bDone < n) {
             const uint32_t aEnd = std::min(aDone + 8, n);
-            // Pixel j of `below` waits for its right neighbour's grey to be whole.
+            // Pixel j of `below` waits for its right neighbour's grey to be
+            // whole; its blocks of eight start at multiples of eight, as a's.
             if (!bStarted && whole >= 2) {
                 b = start(below, bitsBelow, lower_);
                 bStarted = true;
             }
-            const uint32_t bEnd =
-                bStarted ? std::max(bDone, std::min(bDone + 8, static_cast<uint32_t>(std::min<size_t>(n, whole - 1))))
-                         : bDone;
+            uint32_t bEnd = bDone;
+            if (bStarted) {
+                const auto ready = static_cast<uint32_t>(std::min<size_t>(n, whole - 1));
+                bEnd = std::max(bDone, std::min(bDone + 8, ready == n ? n : ready & ~7u));
+            }
             if (aEnd - aDone == 8 && bEnd - bDone == 8) {
+                uint32_t accA = 0, accB = 0;
                 for (uint32_t k = 0; k < 8; ++k) {
-                    step(a, aDone + k);
-                    step(b, bDone + k);
+                    accA = accA << 1 | step(a, aDone + k);
+                    accB = accB << 1 | step(b, bDone + k);
                 }
+                a.bits[aDone >> 3] = static_cast<uint8_t>(accA);
+                b.bits[bDone >> 3] = static_cast<uint8_t>(accB);
             } else {
-                for (uint32_t j = aDone; j < aEnd; ++j) step(a, j);
-                for (uint32_t j = bDone; j < bEnd; ++j) step(b, j);
+                run(a, aDone, aEnd);
+                if (bEnd > bDone) run(b, bDone, bEnd);
             }
             aDone = aEnd;
             bDone = bEnd;
@@ -191,47 +199,47 @@ public:
             if (bStarted) wholeNext = addWhole(next, lower_, wholeNext, bDone, n, all);
         }
         finish(a);
-        addParts(below, upper_, whole, all);
+        addParts(below, upper_.data() + 1, whole, all);
         if (!bStarted) b = start(below, bitsBelow, lower_);
         finish(b);
-        addParts(next, lower_, wholeNext, all);
+        addParts(next, lower_.data() + 1, wholeNext, all);
     }
 
 private:
-    // Where a row's parts wait for the row below. Indexed from -1: the first
-    // pixel's below left lands before the row; the places no pixel writes
-    // stay zero.
-    struct Parts {
-        explicit Parts(size_t padded) : fromLeft(padded + 1, 0), fromAbove(padded + 1, 0), fromRight(padded + 1, 0) {}
-        std::vector<int16_t> fromLeft, fromAbove, fromRight;
-    };
-    // A row in its first pass.
+    // A row in its first pass. A whole block of eight bits is written at
+    // once; `acc` holds those of a block begun and not ended.
     struct Row {
         const uint8_t *here;
         uint8_t *bits;
-        int16_t *fromLeft, *fromAbove, *toLowerLeft;  // toLowerLeft[j]: fromRight[j - 1]
+        uint32_t *words;  // [j]: pixel j's parts
         intptr_t cur, prev;
         uint32_t acc;
     };
 
     static size_t roundUp(uint32_t w) { return (size_t{w} + 7) & ~size_t{7}; }
 
-    static Row start(const uint8_t *here, uint8_t *bits, Parts &p) {
-        return {here, bits, p.fromLeft.data() + 1, p.fromAbove.data() + 1, p.fromRight.data(), here[0], here[0], 0};
+    // Words are indexed from -1 (the upper left neighbour of the first pixel).
+    static Row start(const uint8_t *here, uint8_t *bits, std::vector<uint32_t> &words) {
+        return {here, bits, words.data() + 1, here[0], here[0], 0};
     }
 
-    void step(Row &r, uint32_t j) const {
-        const GreyChoices::Parts &p = parts_[r.cur];
-        r.acc = r.acc << 1 | bitOf_[r.cur];
-        if ((j & 7) == 7) {
-            r.bits[j >> 3] = static_cast<uint8_t>(r.acc);
-            r.acc = 0;
+    // Pixel j: sets its word aside, moves on to the next sum, gives its bit.
+    uint32_t step(Row &r, uint32_t j) const {
+        const intptr_t cur = r.cur;
+        r.words[j] = parts_[cur];
+        r.prev = cur;
+        r.cur = r.here[j + 1] + intptr_t{right_[cur]};
+        return bitOf_[cur];
+    }
+
+    void run(Row &r, uint32_t from, uint32_t to) const {
+        for (uint32_t j = from; j < to; ++j) {
+            r.acc = r.acc << 1 | step(r, j);
+            if ((j & 7) == 7) {
+                r.bits[j >> 3] = static_cast<uint8_t>(r.acc);
+                r.acc = 0;
+            }
         }
-        r.fromLeft[j + 1] = p.belowRight;
-        r.fromAbove[j] = p.below;
-        r.toLowerLeft[j] = p.belowLeft;
-        r.prev = r.cur;
-        r.cur = r.here[j + 1] + intptr_t{p.right};
     }
 
     // The right edge repeats its neighbour's choice; a row of one pixel takes
@@ -243,41 +251,54 @@ private:
     }
 
     // Adds the parts to the blocks of eight of `next` that are whole once
-    // `done` of the `n` diffusing pixels have passed theirs on; gives how far
+    // `done` of the `n` diffusing pixels have set theirs aside; gives how far
     // `next` is then whole.
-    size_t addWhole(uint8_t *next, const Parts &p, size_t added, uint32_t done, uint32_t n, size_t all) const {
-        // Pixel k is whole once pixel k + 1 has passed its parts on.
+    size_t addWhole(uint8_t *next, const std::vector<uint32_t> &words, size_t added, uint32_t done, uint32_t n,
+                    size_t all) const {
+        // Pixel k is whole once pixel k + 1 has set its parts aside.
         const size_t whole = done == n ? all : (done >= 1 ? (size_t{done} - 1) & ~size_t{7} : 0);
         if (whole <= added) return added;
-        addParts(next, p, added, whole);
+        addParts(next, words.data() + 1, added, whole);
         return whole;
     }
 
-    void addParts(uint8_t *next, const Parts &p, size_t from, size_t to) const {
-        const int16_t *a = p.fromLeft.data() + 1, *b = p.fromAbove.data() + 1, *c = p.fromRight.data() + 1;
+    // `w` indexed from -1, zero past the diffusing pixels.
+    static void addParts(uint8_t *next, const uint32_t *w, size_t from, size_t to) {
 #if defined(__SSE2__)
         const __m128i zero = _mm_setzero_si128(), top = _mm_set1_epi16(255);
+        // Byte `field` of eight words from `at`, sign-extended to 16 bits.
+        auto field = [](const uint32_t *at, int field) {
+            __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
+            __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(at + 4));
+            const __m128i up = _mm_cvtsi32_si128(24 - 8 * field);
+            lo = _mm_sra_epi32(_mm_sll_epi32(lo, up), _mm_cvtsi32_si128(24));
+            hi = _mm_sra_epi32(_mm_sll_epi32(hi, up), _mm_cvtsi32_si128(24));
+            return _mm_packs_epi32(lo, hi);
+        };
         for (size_t k = from; k < to; k += 8) {
             __m128i v = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(next + k)), zero);
-            v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + k)));
+            v = _mm_add_epi16(v, field(w + k - 1, 3));
             v = _mm_min_epi16(_mm_max_epi16(v, zero), top);
-            v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + k)));
+            v = _mm_add_epi16(v, field(w + k, 1));
             v = _mm_min_epi16(_mm_max_epi16(v, zero), top);
-            v = _mm_add_epi16(v, _mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
+            v = _mm_add_epi16(v, field(w + k + 1, 2));
             _mm_storel_epi64(reinterpret_cast<__m128i *>(next + k), _mm_packus_epi16(v, v));
         }
 #else
         auto clampGrey = [](int32_t v) { return std::min(std::max(v, int32_t{0}), int32_t{255}); };
+        auto part = [](uint32_t word, int field) { return int32_t{static_cast<int8_t>(word >> (8 * field))}; };
         for (size_t k = from; k < to; ++k)
-            next[k] = static_cast<uint8_t>(clampGrey(clampGrey(clampGrey(next[k] + a[k]) + b[k]) + c[k]));
+            next[k] = static_cast<uint8_t>(clampGrey(
+                clampGrey(clampGrey(next[k] + part(w[k - 1], 3)) + part(w[k], 1)) + part(w[k + 1], 2)));
 #endif
     }
 
     uint32_t width_;
-    const GreyChoices::Parts *parts_;
+    const uint32_t *parts_;
+    const int8_t *right_;
     const uint8_t *bitOf_;
     size_t padded_;
-    Parts lower_, upper_;
+    std::vector<uint32_t> upper_, lower_;
 };
 
 }  // namespace
