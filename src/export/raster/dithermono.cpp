@@ -22,6 +22,9 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include <tmmintrin.h>
+#endif
 
 #include "export/raster/colorlib.h"
 
@@ -76,6 +79,36 @@ struct GreyChoices {
     const uint8_t *bitOf() const { return bits.data() - kLow; }
 };
 
+// The tenth of 3 a + 6 b + c for the byte triples of a row, eight at a time,
+// as far as whole 16-byte loads stay inside the row's 3 w bytes; gives how
+// many pixels it did (none without the instructions). The tenth comes from a
+// multiply by 6554 / 65536, exact for sums up to 2550.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+[[gnu::target("ssse3")]] uint32_t tenthsOfTriplesSsse3(const uint8_t *in, uint32_t w, uint8_t *out) {
+    const __m128i pick = _mm_setr_epi8(0, 1, 3, 4, 6, 7, 9, 10, 2, -1, 5, -1, 8, -1, 11, -1);
+    const __m128i weights = _mm_setr_epi8(3, 6, 3, 6, 3, 6, 3, 6, 1, 0, 1, 0, 1, 0, 1, 0);
+    const __m128i tenth = _mm_set1_epi16(6554);
+    uint32_t x = 0;
+    for (; 3 * uint64_t{x} + 28 <= 3 * uint64_t{w}; x += 8) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + 3 * size_t{x}));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(in + 3 * size_t{x} + 12));
+        const __m128i sa = _mm_maddubs_epi16(_mm_shuffle_epi8(a, pick), weights);  // 3a + 6b, then c
+        const __m128i sb = _mm_maddubs_epi16(_mm_shuffle_epi8(b, pick), weights);
+        const __m128i sum = _mm_add_epi16(_mm_unpacklo_epi64(sa, sb), _mm_unpackhi_epi64(sa, sb));
+        const __m128i v = _mm_mulhi_epu16(sum, tenth);
+        _mm_storel_epi64(reinterpret_cast<__m128i *>(out + x), _mm_packus_epi16(v, v));
+    }
+    return x;
+}
+
+uint32_t tenthsOfTriples(const uint8_t *in, uint32_t w, uint8_t *out) {
+    static const bool usable = __builtin_cpu_supports("ssse3");
+    return usable ? tenthsOfTriplesSsse3(in, w, out) : 0;
+}
+#else
+uint32_t tenthsOfTriples(const uint8_t *, uint32_t, uint8_t *) { return 0; }
+#endif
+
 // The grey a source pixel becomes for one-bit output: the weighted grey
 // (3 red + 6 green + blue) / 10, then darkened by the setup's threshold as
 // rev_rgb darkens it (taken from rev_rgb itself, on the 256 greys, each of
@@ -86,7 +119,11 @@ public:
         std::array<uint8_t, 256 * 3> greys{};
         for (int v = 0; v < 256; ++v) greys[3 * v] = greys[3 * v + 1] = greys[3 * v + 2] = static_cast<uint8_t>(v);
         rev_rgb(256, greys.data(), 3);
-        for (int s = 0; s <= 2550; ++s) ofSum_[static_cast<size_t>(s)] = greys[3 * static_cast<size_t>(s / 10)];
+        plainTenth_ = true;
+        for (int s = 0; s <= 2550; ++s) {
+            ofSum_[static_cast<size_t>(s)] = greys[3 * static_cast<size_t>(s / 10)];
+            plainTenth_ = plainTenth_ && ofSum_[static_cast<size_t>(s)] == s / 10;
+        }
         if (depth <= 8) {
             // An indexed pixel becomes its table colour (black without a table).
             for (uint32_t v = 0; v < tableEntries(depth); ++v) {
@@ -98,9 +135,12 @@ public:
 
     void row(const uint8_t *in, uint32_t w, uint8_t *out) const {
         switch (depth_) {
-        case 24:
-            for (uint32_t x = 0; x < w; ++x, in += 3) out[x] = ofSum_[3u * in[0] + 6u * in[1] + in[2]];
+        case 24: {
+            const uint32_t done = plainTenth_ ? tenthsOfTriples(in, w, out) : 0;
+            in += 3 * size_t{done};
+            for (uint32_t x = done; x < w; ++x, in += 3) out[x] = ofSum_[3u * in[0] + 6u * in[1] + in[2]];
             break;
+        }
         case 32:
             for (uint32_t x = 0; x < w; ++x, in += 4) out[x] = ofSum_[3u * in[0] + 6u * in[1] + in[2]];
             break;
@@ -118,6 +158,7 @@ public:
 
 private:
     int16_t depth_;
+    bool plainTenth_ = false;  // no threshold: the grey is the weighted sum's tenth
     std::array<uint8_t, 2551> ofSum_{};
     std::array<uint8_t, 256> ofIndex_{};
 };
