@@ -174,7 +174,7 @@ struct Grown {
 // host cancels or the output buffer is lost. The state lives in locals while
 // coding (the output stores may alias anything reached through memory) and
 // goes back into the band at the end.
-template <class Search>
+template <class Search, bool Fed>
 void CodeRows(Band &b, Search search) {
     BitSink out = b.out;
     uint32_t nOutSize = b.nOutSize;
@@ -183,6 +183,7 @@ void CodeRows(Band &b, Search search) {
     uint32_t RowCount = b.RowCount;
     const uint32_t Width = b.Width;
     const uint32_t ScanLines = b.ScanLines;
+    const uint32_t BytesPerRow = b.BytesPerRow;
     const RowFeed feed = b.feed;
 
     uint32_t A0 = 0;
@@ -314,7 +315,11 @@ void CodeRows(Band &b, Search search) {
             rowStarted = false;
             ++RowCount;
             lpRefLine = row;
-            if (RowCount < ScanLines) row = feed.row(feed.context, RowCount);
+            if constexpr (Fed) {
+                if (RowCount < ScanLines) row = feed.row(feed.context, RowCount);
+            } else {
+                row += BytesPerRow;
+            }
         }
     }
 
@@ -516,12 +521,20 @@ uint32_t mivo4::g4::Group4Rows(const RowFeed &feed, ZHANDLE *hOutBuf, uint32_t W
     std::unique_ptr<uint32_t[]> lists;
     if (!gForceRowSearch && ScanLines != 0)
         lists.reset(new (std::nothrow) uint32_t[ListSearch::Entries(Width)]);
+    // Rows one after the other in a block are stepped through directly.
+    const bool fed = feed.row != &Contiguous::Row;
     if (lists != nullptr) {
         ListSearch search(Width, rowBytes, lists.get());
-        CodeRows(band, search);
+        if (fed)
+            CodeRows<ListSearch, true>(band, search);
+        else
+            CodeRows<ListSearch, false>(band, search);
     } else {
         RowSearch search(Width, rowBytes);
-        CodeRows(band, search);
+        if (fed)
+            CodeRows<RowSearch, true>(band, search);
+        else
+            CodeRows<RowSearch, false>(band, search);
     }
     lpRefLine = band.lpRefLine;
     BitSink &out = band.out;
