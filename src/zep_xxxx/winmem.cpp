@@ -46,13 +46,6 @@ constexpr uint32_t kMappedFrom = 64 * 1024;
 
 // New blocks this large start in pages of their own.
 constexpr uint32_t kFreshPagesFrom = 1u << 20;
-// New blocks from 8 MiB to 128 MiB (a picture's rows) ask for large pages:
-// one fault per 2 MiB instead of one per small page (an A4 page at 300 dpi
-// exports about a tenth faster). Larger blocks do not: the system must then
-// find and clear hundreds of fresh large pages at once, which cost more than
-// the faults they save (an A0 page at 300 dpi took half again as long).
-constexpr uint32_t kLargePagesFrom = 8u << 20;
-constexpr uint32_t kLargePagesTo = 128u << 20;
 
 using mivo4::mem::Pages;
 
@@ -77,7 +70,6 @@ Pages freshPages(uint32_t size) {
     // A failed fixed mapping may already have released the range: it is left
     // as it is, as the re-allocation leaves it.
     if (!mivo4::mem::MapFresh(at, capacity)) return Pages{};
-    if (size >= kLargePagesFrom && size <= kLargePagesTo) mivo4::mem::AdviseLargePages(at, capacity);
     return Pages{at, capacity, nullptr};
 }
 

@@ -45,18 +45,6 @@ uint8_t *ReserveAligned(size_t len) {
     return reinterpret_cast<uint8_t *>(aligned);
 }
 
-void AdviseLargePages(uint8_t *data, size_t len) {
-#ifdef MADV_HUGEPAGE
-    const auto start = reinterpret_cast<uintptr_t>(data);
-    const uintptr_t from = (start + kTableSpan - 1) & ~uintptr_t{kTableSpan - 1};
-    const uintptr_t to = (start + len) & ~uintptr_t{kTableSpan - 1};
-    if (to > from) madvise(reinterpret_cast<void *>(from), to - from, MADV_HUGEPAGE);
-#else
-    (void)data;
-    (void)len;
-#endif
-}
-
 void ReleasePages(const Pages &p) {
     if (p.data != nullptr) munmap(p.data, p.capacity);
     if (p.spare != nullptr) munmap(p.spare, p.capacity);

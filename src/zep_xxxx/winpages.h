@@ -45,10 +45,4 @@ bool MoveTo(Pages &p, uint8_t *at, size_t capacity);
 // they cannot be had.
 bool MapFresh(uint8_t *at, size_t capacity);
 
-// Asks for large pages under the whole 2 MiB spans of [data, data + len):
-// a large block (a picture's rows) then costs one page fault per 2 MiB when
-// first written instead of one per small page. Only a hint: the contents and
-// zero fill are those of the block as it is.
-void AdviseLargePages(uint8_t *data, size_t len);
-
 }  // namespace mivo4::mem

@@ -59,8 +59,7 @@ TEST(Memory, EveryByteOfANewBlockIsZeroWhateverTheFlags) {
 }
 
 TEST(Memory, ALargeNewBlockIsZeroAndKeepsItsBytesThroughReAllocation) {
-    // From a megabyte a new block starts in pages of its own, and a
-    // picture-sized one asks the system for large pages: the block must read
+    // From a megabyte a new block starts in pages of its own: it must read
     // zero, at every offset, and keep what is written when it grows.
     for (uint32_t size : {(1u << 20) - 1, 1u << 20, (1u << 20) + 1, (8u << 20) - 1, 8u << 20, (9u << 20) + 12345}) {
         ZHANDLE h = GlobalAlloc(GHND, size);
