@@ -44,6 +44,9 @@ static_assert(alignof(std::max_align_t) >= 8, "heap blocks must hold doubles");
 // Re-allocations to this many bytes or more go to pages of their own.
 constexpr uint32_t kMappedFrom = 64 * 1024;
 
+// New blocks this large start in pages of their own.
+constexpr uint32_t kFreshPagesFrom = 1u << 20;
+
 using mivo4::mem::Pages;
 
 struct Slot {
@@ -57,6 +60,18 @@ struct Slot {
 };
 
 bool paged(const Slot &s) { return s.pages.capacity != 0; }
+
+// Fresh zero pages for a new block of `size` bytes, or none (the heap then
+// serves it).
+Pages freshPages(uint32_t size) {
+    const size_t capacity = mivo4::mem::PageRound(size);
+    uint8_t *at = mivo4::mem::ReserveAligned(capacity);
+    if (at == nullptr) return Pages{};
+    // A failed fixed mapping may already have released the range: it is left
+    // as it is, as the re-allocation leaves it.
+    if (!mivo4::mem::MapFresh(at, capacity)) return Pages{};
+    return Pages{at, capacity, nullptr};
+}
 
 void releaseData(const Slot &s) {
     if (paged(s))
@@ -171,9 +186,13 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
         reportFailure(size);
         return 0;
     }
+    // A large block starts in pages of its own: it then grows by moving its
+    // pages, never by copying its bytes into a second block of its size.
+    Pages pages = size >= kFreshPagesFrom ? freshPages(size) : Pages{};
     // A zero-length block still gets a distinct address, so that its handle
     // and data pointer map one to one.
-    auto *data = static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(size, 1), 1));
+    auto *data = pages.data != nullptr ? pages.data
+                                       : static_cast<uint8_t *>(std::calloc(std::max<uint32_t>(size, 1), 1));
     if (data == nullptr) {
         t.freeSlots.push_front(slot);
         reportFailure(size);
@@ -184,7 +203,10 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
     try {
         t.byData.emplace(data, handle);
     } catch (const std::bad_alloc &) {
-        std::free(data);
+        if (pages.data != nullptr)
+            mivo4::mem::ReleasePages(pages);
+        else
+            std::free(data);
         t.freeSlots.push_front(slot);
         reportFailure(size);
         return 0;
@@ -194,7 +216,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
     s.flags = flags;
     s.live = true;
     s.wrapped = false;
-    s.pages = Pages{};
+    s.pages = pages;
     ++t.live;
     return handle;
 }

@@ -58,6 +58,27 @@ TEST(Memory, EveryByteOfANewBlockIsZeroWhateverTheFlags) {
     }
 }
 
+TEST(Memory, ALargeNewBlockIsZeroAndKeepsItsBytesThroughReAllocation) {
+    // From a megabyte a new block starts in pages of its own: it must read
+    // zero, at every offset, and keep what is written when it grows.
+    for (uint32_t size : {(1u << 20) - 1, 1u << 20, (1u << 20) + 1, (8u << 20) - 1, 8u << 20, (9u << 20) + 12345}) {
+        ZHANDLE h = GlobalAlloc(GHND, size);
+        ASSERT_NE(h, 0u);
+        auto *p = static_cast<unsigned char *>(GlobalLock(h));
+        for (uint32_t i = 0; i < size; i += 4093) ASSERT_EQ(p[i], 0) << size << " byte " << i;
+        ASSERT_EQ(p[size - 1], 0);
+        for (uint32_t i = 0; i < size; i += 4093) p[i] = static_cast<unsigned char>(i * 7 + 1);
+        GlobalUnlock(h);
+        ZHANDLE g = GlobalReAlloc(h, size + 70000, GHND);
+        ASSERT_NE(g, 0u);
+        p = static_cast<unsigned char *>(GlobalLock(g));
+        for (uint32_t i = 0; i < size; i += 4093) ASSERT_EQ(p[i], static_cast<unsigned char>(i * 7 + 1)) << i;
+        for (uint32_t i = size; i < size + 70000; ++i) ASSERT_EQ(p[i], 0) << i;
+        EXPECT_EQ(GlobalSize(g), size + 70000);
+        GlobalFree(g);
+    }
+}
+
 TEST(Memory, GrowingKeepsContentAndZeroesTheRest) {
     ZHANDLE h = GlobalAlloc(GHND, 10);
     std::memset(GlobalLock(h), 0x5A, 10);

@@ -110,6 +110,33 @@ TEST_F(DitherToOneBit, ManyRandomPicturesMatchThePlainRoute) {
     }
 }
 
+TEST_F(DitherToOneBit, WideRowsDiffusedTwoAtATimeMatchThePlainRoute) {
+    // Rows wider than a few blocks of eight: the lower row of a pair runs its
+    // blocks behind the upper one's, at every offset to a block's end.
+    std::mt19937 rng(1609);
+    int round = 0;
+    for (uint32_t w : {17u, 23u, 24u, 25u, 31u, 33u, 40u, 41u, 255u, 256u, 257u, 511u, 513u, 1021u, 1024u})
+        for (uint32_t h : {2u, 3u, 4u, 5u, 9u}) {
+            ++round;
+            const int sd = kSourceDepths[static_cast<size_t>(round) % 5];
+            if (round % 3 == 0) useThreshold(static_cast<uint32_t>(rng() % 130));
+            Bytes src = sourcePicture(rng, w, h, sd, round);
+            std::vector<VCD> st = randomTable(rng, sd <= 8 ? (1u << sd) : 2);
+            std::vector<VCD> table = greyTable(rng, round);
+            Handles keep;
+            ZHANDLE hs = keep.add(toHandle(src));
+            ZHANDLE ht = sd <= 8 ? keep.add(toHandle(st)) : 0;
+            ZHANDLE tt = keep.add(toHandle(table));
+            ZHANDLE out = keep.add(rlDitherGivenCT(hs, w, h, static_cast<int16_t>(sd), 1, ht, tt,
+                                                   static_cast<uint16_t>(table.size())));
+            ASSERT_NE(out, 0u);
+            ASSERT_EQ(fromHandle(out), plainDither(src, w, h, sd, 1, sd <= 8 ? &st : nullptr, table, table.size(),
+                                                   threshold()))
+                << sd << " bits, " << w << "x" << h << ", round " << round;
+            lpRaster = nullptr;
+        }
+}
+
 TEST_F(DitherToOneBit, ASourceShorterThanDescribedReadsAsZeroPastItsEnd) {
     std::mt19937 rng(1603);
     for (int sd : kSourceDepths)

@@ -26,6 +26,7 @@
 
 #include "export/mivo4/expstat.h"
 #include "export/mivo4/gp4/g4find.h"
+#include "export/mivo4/gp4/rowfeed.h"
 
 namespace mivo4::g4 {
 bool gForceRowSearch = false;
@@ -35,6 +36,7 @@ namespace {
 
 using mivo4::g4::gForceRowSearch;
 using mivo4::g4::ListSearch;
+using mivo4::g4::RowFeed;
 using mivo4::g4::RowSearch;
 using mivo4::g4::NextChange;
 using mivo4::g4::RowBytes;
@@ -142,6 +144,7 @@ struct Band {
     ZHANDLE *hOutBuf = nullptr;
     uint32_t nOutSize = 0;
     BitSink out;                         // out.buf is the locked output buffer
+    RowFeed feed;                        // where the rows come from
     const uint8_t *row = nullptr;        // the row being coded
     const uint8_t *lpRefLine = nullptr;  // its reference row; null: all white
     uint32_t Width = 0, rowBytes = 0, ScanLines = 0, BytesPerRow = 0;
@@ -171,7 +174,7 @@ struct Grown {
 // host cancels or the output buffer is lost. The state lives in locals while
 // coding (the output stores may alias anything reached through memory) and
 // goes back into the band at the end.
-template <class Search>
+template <class Search, bool Fed>
 void CodeRows(Band &b, Search search) {
     BitSink out = b.out;
     uint32_t nOutSize = b.nOutSize;
@@ -181,6 +184,7 @@ void CodeRows(Band &b, Search search) {
     const uint32_t Width = b.Width;
     const uint32_t ScanLines = b.ScanLines;
     const uint32_t BytesPerRow = b.BytesPerRow;
+    const RowFeed feed = b.feed;
 
     uint32_t A0 = 0;
     bool isWhite = true;  // Color: 255 while true, 0 while false
@@ -311,7 +315,11 @@ void CodeRows(Band &b, Search search) {
             rowStarted = false;
             ++RowCount;
             lpRefLine = row;
-            row += BytesPerRow;
+            if constexpr (Fed) {
+                if (RowCount < ScanLines) row = feed.row(feed.context, RowCount);
+            } else {
+                row += BytesPerRow;
+            }
         }
     }
 
@@ -419,14 +427,35 @@ bool FreshReference(Gp4_SetupData &setup, uint32_t BytesPerRow) {
 
 }  // namespace
 
+namespace {
+
+// Rows one after the other in one block.
+struct Contiguous {
+    const uint8_t *first;
+    uint32_t bytesPerRow;
+    static const uint8_t *Row(void *context, uint32_t index) {
+        const auto *c = static_cast<const Contiguous *>(context);
+        return c->first + static_cast<uint64_t>(index) * c->bytesPerRow;
+    }
+};
+
+}  // namespace
+
 uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t ScanLines,
                 uint32_t BytesPerRow) {
+    // Rows shorter than the width would be read past their end.
+    if (BytesPerRow < RowBytes(Width) || (InBuf == nullptr && ScanLines != 0)) return 0;
+    Contiguous rows{InBuf, BytesPerRow};
+    return mivo4::g4::Group4Rows(RowFeed{&Contiguous::Row, &rows}, hOutBuf, Width, ScanLines, BytesPerRow);
+}
+
+uint32_t mivo4::g4::Group4Rows(const RowFeed &feed, ZHANDLE *hOutBuf, uint32_t Width, uint32_t ScanLines,
+                                uint32_t BytesPerRow) {
     Gp4_SetupData *setup = lpRaster;
-    // Without a setup there is nowhere to keep the band state; rows shorter
-    // than the width would be read past their end.
+    // Without a setup there is nowhere to keep the band state.
     if (setup == nullptr || hOutBuf == nullptr) return 0;
     const uint32_t rowBytes = RowBytes(Width);
-    if (BytesPerRow < rowBytes || (InBuf == nullptr && ScanLines != 0)) return 0;
+    if (BytesPerRow < rowBytes) return 0;
 
     // 1. The output buffer.
     uint32_t nOutSize = GlobalSize(*hOutBuf);
@@ -479,7 +508,8 @@ uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t
     band.out.bits = OutBitPos;
     // Codes are or-ed into the first byte, so whatever it holds stays.
     if (lpOutBuf != nullptr && nOutSize != 0) band.out.acc = static_cast<uint64_t>(lpOutBuf[0]) << 56;
-    band.row = InBuf;
+    band.feed = feed;
+    band.row = ScanLines != 0 ? feed.row(feed.context, 0) : nullptr;
     band.lpRefLine = lpRefLine;
     band.Width = Width;
     band.rowBytes = rowBytes;
@@ -491,12 +521,20 @@ uint32_t Group4(const uint8_t *InBuf, ZHANDLE *hOutBuf, uint32_t Width, uint32_t
     std::unique_ptr<uint32_t[]> lists;
     if (!gForceRowSearch && ScanLines != 0)
         lists.reset(new (std::nothrow) uint32_t[ListSearch::Entries(Width)]);
+    // Rows one after the other in a block are stepped through directly.
+    const bool fed = feed.row != &Contiguous::Row;
     if (lists != nullptr) {
         ListSearch search(Width, rowBytes, lists.get());
-        CodeRows(band, search);
+        if (fed)
+            CodeRows<ListSearch, true>(band, search);
+        else
+            CodeRows<ListSearch, false>(band, search);
     } else {
         RowSearch search(Width, rowBytes);
-        CodeRows(band, search);
+        if (fed)
+            CodeRows<RowSearch, true>(band, search);
+        else
+            CodeRows<RowSearch, false>(band, search);
     }
     lpRefLine = band.lpRefLine;
     BitSink &out = band.out;
@@ -522,13 +560,22 @@ int32_t Encode(HZEPIO hOutFile, const uint8_t *hpInBuf, uint32_t dwSize, uint32_
     // No rows: nothing to code (and no row size to divide out).
     if (nHeight == 0) return 0;
     if (lpRaster == nullptr) return -1;  // no band state to code against
-    uint32_t BytesPerRow = dwSize / nHeight;
     // Rows that cannot hold the width would be read past the caller's block.
-    if (BytesPerRow < RowBytes(nWidth) || hpInBuf == nullptr) return -1;
+    if (dwSize / nHeight < RowBytes(nWidth) || hpInBuf == nullptr) return -1;
+    Contiguous rows{hpInBuf, dwSize / nHeight};
+    return mivo4::g4::EncodeRows(hOutFile, RowFeed{&Contiguous::Row, &rows}, dwSize, nWidth, nHeight);
+}
+
+int32_t mivo4::g4::EncodeRows(HZEPIO hOutFile, const RowFeed &feed, uint32_t dwSize, uint32_t nWidth,
+                              uint32_t nHeight) {
+    if (nHeight == 0) return 0;
+    if (lpRaster == nullptr) return -1;
+    uint32_t BytesPerRow = dwSize / nHeight;
+    if (BytesPerRow < RowBytes(nWidth)) return -1;
 
     ZHANDLE hOut = GlobalAlloc(GHND, dwSize);
     if (hOut == 0) return -1;
-    uint32_t count = Group4(hpInBuf, &hOut, nWidth, nHeight, BytesPerRow);
+    uint32_t count = Group4Rows(feed, &hOut, nWidth, nHeight, BytesPerRow);
     // Every row codes to at least one bit: no bytes is the coder's own
     // memory failing. The answer stays as it always was; the export's
     // status learns that the picture is not whole.

@@ -1,7 +1,7 @@
 // The cell bitmap sink: the narrow way by which a rendered picture reaches the
 // GP4 writer, whatever produced it. It negotiates the output format, writes
-// the CALS header, turns each bottom-up padded band into top-down packed rows
-// and hands them to the Group 4 coder.
+// the CALS header, and hands each bottom-up padded band to the Group 4 coder
+// as top-down packed rows, one at a time.
 #include <mivo4/display.h>
 #include <mivo4/gp4.h>
 #include <mivo4/memory.h>
@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "export/mivo4/expstat.h"
+#include "export/mivo4/gp4/rowfeed.h"
 
 void QueryCellFormat(double *Width, double *Height, int16_t *Depth, uint32_t *dpi, int16_t *,
                      uint8_t *bandingSupported) {
@@ -72,6 +73,35 @@ int32_t BeginCellBitmap(HZEPIO hFile, uint32_t Width, uint32_t Height, int16_t, 
     return -1;  // bands arrive bottom row first
 }
 
+namespace {
+
+// The rows of a bottom-up padded band, top row first and without the padding,
+// as the coder asks for them. A row that needs no change is coded where it
+// lies; one that reaches past a band block shorter than its rows (which reads
+// as zero beyond its end), or that must be inverted, is made in one of two
+// rows of room, alternately, so that the row above stays as it was.
+struct BandRows {
+    const uint8_t *band;
+    uint64_t available, packedRow, paddedRow;
+    uint32_t height;
+    bool invert;
+    uint8_t *room[2];
+
+    static const uint8_t *Row(void *context, uint32_t r) {
+        auto *b = static_cast<BandRows *>(context);
+        const uint64_t from = static_cast<uint64_t>(b->height - 1 - r) * b->paddedRow;
+        const uint64_t n = from < b->available ? std::min(b->packedRow, b->available - from) : 0;
+        if (!b->invert && n == b->packedRow) return b->band + from;
+        uint8_t *out = b->room[r & 1];
+        if (n > 0) std::memcpy(out, b->band + from, n);
+        std::memset(out + n, 0, b->packedRow - n);
+        if (b->invert) gp4FlipMonochromeBits(out, static_cast<uint32_t>(b->packedRow), 1, 1);
+        return out;
+    }
+};
+
+}  // namespace
+
 int32_t WriteCellBits(HZEPIO hFile, ZHANDLE hBuffer, uint32_t Width, uint32_t Height,
                       int16_t BitsPerPixel, int16_t, uint32_t) {
     namespace status = mivo4::exportstatus;
@@ -94,27 +124,22 @@ int32_t WriteCellBits(HZEPIO hFile, ZHANDLE hBuffer, uint32_t Width, uint32_t He
         status::NoMemory();
         return 300;
     }
-    ZHANDLE hWork = GlobalAlloc(GHND, static_cast<uint32_t>(total));
+    // Two rows of room (one for a band of one row): the row being coded and
+    // the one above it, which the coder keeps as its reference.
+    ZHANDLE hWork = GlobalAlloc(GHND, static_cast<uint32_t>(packedRow * std::min<uint32_t>(Height, 2)));
     auto *rows = static_cast<uint8_t *>(GlobalLock(hWork));
     if (rows == nullptr) {
         GlobalUnlock(hBuffer);
         status::NoMemory();
         return 300;
     }
-    // Turn the band top-down and drop the row padding. A band block shorter
-    // than its rows reads as zero beyond its end.
-    const uint64_t available = GlobalSize(hBuffer);
-    for (uint32_t r = 0; r < Height; ++r) {
-        uint64_t from = static_cast<uint64_t>(Height - 1 - r) * paddedRow;
-        uint64_t n = from < available ? std::min(packedRow, available - from) : 0;
-        if (n > 0) std::memcpy(rows + r * packedRow, band + from, n);
-    }
     // The coder takes a set bit as white; with a table whose first colour is
     // white, a clear bit is white, so the band is inverted.
     const Gp4_SetupData *s = lpRaster;
-    if (BitsPerPixel == 1 && s != nullptr && s->gp4_FGC == 255)
-        gp4FlipMonochromeBits(rows, static_cast<uint32_t>(packedRow), Height, 1);
-    int32_t result = Encode(hFile, rows, static_cast<uint32_t>(total), Width, Height);
+    BandRows feed{band, GlobalSize(hBuffer), packedRow, paddedRow, Height,
+                  BitsPerPixel == 1 && s != nullptr && s->gp4_FGC == 255, {rows, rows + packedRow}};
+    int32_t result = mivo4::g4::EncodeRows(hFile, mivo4::g4::RowFeed{&BandRows::Row, &feed},
+                                           static_cast<uint32_t>(total), Width, Height);
     GlobalUnlock(hBuffer);
     GlobalUnlock(hWork);
     GlobalFree(hWork);

@@ -229,6 +229,60 @@ TEST_F(Sink, BandBlockShorterThanItsRowsReadsAsZero) {
     EXPECT_FALSE(decoded->black(63, 3));
 }
 
+TEST_F(Sink, RowsHandedToTheCoderOneAtATimeGiveTheBytesOfATurnedCopy) {
+    // The plain way: the whole band turned top-down into one packed block
+    // (zero past a short band block, inverted for a white first colour) and
+    // coded at once. Random pictures, widths around multiples of 8, 32 and
+    // 64, odd and even heights, whole and short band blocks.
+    std::mt19937 rng(1610);
+    const std::string plainPath = path_ + ".plain";
+    int round = 0;
+    for (uint32_t w : {1u, 7u, 8u, 9u, 31u, 32u, 33u, 63u, 64u, 65u, 127u, 200u})
+        for (uint32_t h : {1u, 2u, 3u, 8u, 17u}) {
+            ++round;
+            const bool white = round % 2 == 0;
+            Bilevel p = oracle::randomBilevel(w, h, static_cast<uint32_t>(round), static_cast<int>(rng() % 60));
+            ZHANDLE b = band(p, 0, h, white);
+            const uint32_t padded = (p.stride() + 3) & ~3u;
+            uint32_t blockBytes = padded * h;
+            if (round % 3 == 0) {
+                blockBytes = static_cast<uint32_t>(rng() % (blockBytes + 1));
+                b = GlobalReAlloc(b, blockBytes, GHND);
+                ASSERT_NE(b, 0u);
+            }
+            std::vector<uint8_t> block(padded * h, 0);
+            std::memcpy(block.data(), GlobalLock(b), blockBytes);
+            GlobalUnlock(b);
+
+            VCD table[2] = {{0, 0, 0}, {255, 255, 255}};
+            if (white) std::swap(table[0], table[1]);
+            freshBandState();
+            HZEPIO out = zepOpen(path_.c_str(), nullptr, 4097);
+            setup_->FileHandle = out;
+            BeginCellBitmap(out, w, h, 1, table, nullptr);
+            EXPECT_EQ(WriteCellBits(out, b, w, h, 1, 0, 0), 0);
+            zepClose(out);
+            GlobalFree(b);
+
+            std::vector<uint8_t> turned(size_t{p.stride()} * h);
+            for (uint32_t r = 0; r < h; ++r)
+                for (uint32_t k = 0; k < p.stride(); ++k) {
+                    const uint8_t v = block[size_t{h - 1 - r} * padded + k];
+                    turned[size_t{r} * p.stride() + k] = white ? static_cast<uint8_t>(~v) : v;
+                }
+            freshBandState();
+            HZEPIO plain = zepOpen(plainPath.c_str(), nullptr, 4097);
+            setup_->FileHandle = plain;
+            BeginCellBitmap(plain, w, h, 1, table, nullptr);
+            EXPECT_EQ(Encode(plain, turned.data(), static_cast<uint32_t>(turned.size()), w, h), 0);
+            zepClose(plain);
+            ASSERT_EQ(oracle::readFile(path_), oracle::readFile(plainPath))
+                << w << "x" << h << ", first colour " << (white ? "white" : "black") << ", " << blockBytes
+                << " bytes of band";
+        }
+    std::remove(plainPath.c_str());
+}
+
 TEST_F(Sink, QueryWithZeroResolutionLeavesTheSizeButSetsDepthAndBanding) {
     setup_->XResolution = 0;
     setup_->YResolution = 0;
