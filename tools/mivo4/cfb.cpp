@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "module.h"
+#include "progress.h"
 
 namespace mivo4::host {
 
@@ -16,11 +17,6 @@ namespace {
 const char kCfbUsage[] =
     "usage: mivo4 cfb list FILE           the storages and streams of a compound document\n"
     "       mivo4 cfb cat FILE STREAM     write one stream (a path like Pictures/Page1) to standard output\n";
-
-int fail(const std::string &message, int code = 1) {
-    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
-    return code;
-}
 
 std::string reason(int32_t result) {
     switch (result) {

@@ -25,12 +25,6 @@ namespace {
 
 const char kHint[] = "(mivo4 --help lists the commands and options)\n";
 
-int fail(const std::string &message, int code = 1) {
-    breakProgressLine();
-    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
-    return code;
-}
-
 // ---------------------------------------------------------------- commands
 
 // The operands of a command whose only options are `options`.

@@ -8,15 +8,11 @@
 #include "cli_parser.h"
 #include "gp4file.h"
 #include "outfile.h"
+#include "progress.h"
 
 namespace mivo4::host {
 
 namespace {
-
-int fail(const std::string &message) {
-    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
-    return 1;
-}
 
 bool endsWith(std::string s, const char *suffix) {
     for (char &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

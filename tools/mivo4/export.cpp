@@ -16,12 +16,6 @@ namespace mivo4::host {
 
 namespace {
 
-int fail(const std::string &message, int code = 1) {
-    breakProgressLine();
-    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
-    return code;
-}
-
 int exportBatch(const std::string &modulePath, ExportArgs &a) {
     if (a.demo || !a.settings.tracePath.empty())
         throw UsageError{"-o DIR converts pictures; --demo and --trace take one OUTPUT"};

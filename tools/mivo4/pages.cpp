@@ -15,12 +15,6 @@ namespace mivo4::host {
 
 namespace {
 
-int fail(const std::string &message, int code = 1) {
-    breakProgressLine();
-    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
-    return code;
-}
-
 // The length of the page number at output[at] ("%d", "%07d"), 0 if none is there.
 size_t pageNumberAt(const std::string &output, size_t at) {
     if (output.compare(at, 2, "%d") == 0) return 2;

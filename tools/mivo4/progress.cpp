@@ -118,6 +118,12 @@ void breakProgressLine() {
     if (ProgressBar *bar = ProgressBar::active()) bar->breakLine();
 }
 
+int fail(const std::string &message, int code) {
+    breakProgressLine();
+    std::fprintf(stderr, "mivo4: %s\n", message.c_str());
+    return code;
+}
+
 // Measured on an A4 page at 300 dpi, 24 bits, from a JPEG: reading about a
 // third of the time, the module's work before it codes a fifth, its coding a
 // fifth, the check by decoding a quarter.

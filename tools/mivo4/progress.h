@@ -77,6 +77,10 @@ private:
 // Ends the line of the bar on show, if any, before a message on standard error.
 void breakProgressLine();
 
+// Says "mivo4: MESSAGE" on a line of its own on standard error; answers code,
+// the exit code the failure gives.
+int fail(const std::string &message, int code = 1);
+
 struct ExportSettings;
 
 // The stages of one picture's export, in the order they run: the reader's

@@ -6,6 +6,7 @@
 #include "module.h"
 #include "outfile.h"
 #include "trace.h"
+#include "progress.h"
 
 namespace mivo4::host {
 
@@ -15,19 +16,12 @@ int replayCommand(const std::string &modulePath, const ExportSettings &settings,
     try {
         trace = readTrace(tracePath);
     } catch (const TraceError &e) {
-        std::fprintf(stderr, "mivo4: %s\n", e.what());
-        return 1;
+        return fail(e.what());
     }
     Module module;
-    if (!module.open(modulePath)) {
-        std::fprintf(stderr, "mivo4: cannot load the module %s: %s\n", modulePath.c_str(), module.error().c_str());
-        return 1;
-    }
+    if (!module.open(modulePath)) return fail("cannot load the module " + modulePath + ": " + module.error());
     AtomicOutput out;
-    if (!out.open(output, tracePath)) {
-        std::fprintf(stderr, "mivo4: %s\n", out.error().c_str());
-        return 1;
-    }
+    if (!out.open(output, tracePath)) return fail(out.error());
     int32_t reported = 0;
     try {
         // What the module writes is kept as it is: a trace may hold several
@@ -36,14 +30,10 @@ int replayCommand(const std::string &modulePath, const ExportSettings &settings,
             reported = replayThroughDriver(module, trace, setup, name, x);
             return 0;
         }, false);
-        if (!out.commit()) {
-            std::fprintf(stderr, "mivo4: %s\n", out.error().c_str());
-            return 1;
-        }
+        if (!out.commit()) return fail(out.error());
     } catch (const ExportError &e) {
         out.abandon();
-        std::fprintf(stderr, "mivo4: %s\n", e.what());
-        return e.exitCode;
+        return fail(e.what(), e.exitCode);
     }
     if (reported != 0)
         std::fprintf(stderr, "mivo4: replayed %zu elements into %s; the driver reported error %d\n", trace.size(),
