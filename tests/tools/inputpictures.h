@@ -30,43 +30,12 @@ inline bool writeTiffPages(const std::string &path, const std::vector<TiffPage> 
     if (t == nullptr) return false;
     bool ok = true;
     for (const TiffPage &p : pages) {
-        const TiffSpec &s = p.picture;
-        TIFFSetField(t, TIFFTAG_IMAGEWIDTH, s.width);
-        TIFFSetField(t, TIFFTAG_IMAGELENGTH, s.height);
-        TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, s.bps);
-        TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, s.spp);
-        TIFFSetField(t, TIFFTAG_PHOTOMETRIC, s.photometric);
-        TIFFSetField(t, TIFFTAG_COMPRESSION, s.compression);
-        TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         if (pages.size() > 1) {
             TIFFSetField(t, TIFFTAG_SUBFILETYPE, FILETYPE_PAGE);
             TIFFSetField(t, TIFFTAG_PAGENUMBER, static_cast<uint16_t>(&p - pages.data()), static_cast<uint16_t>(pages.size()));
         }
         if (p.orientation != 0) TIFFSetField(t, TIFFTAG_ORIENTATION, p.orientation);
-        if (s.resolution > 0) {
-            TIFFSetField(t, TIFFTAG_XRESOLUTION, s.resolution);
-            TIFFSetField(t, TIFFTAG_YRESOLUTION, s.resolution);
-            TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, s.unit);
-        }
-        const size_t px = (static_cast<size_t>(s.spp) * s.bps + 7) / 8;
-        if (s.tiled) {
-            const uint32_t tw = 16, th = 16;
-            TIFFSetField(t, TIFFTAG_TILEWIDTH, tw);
-            TIFFSetField(t, TIFFTAG_TILELENGTH, th);
-            std::vector<uint8_t> tile(tw * th * px);
-            for (uint32_t ty = 0; ty < s.height; ty += th)
-                for (uint32_t tx = 0; tx < s.width; tx += tw) {
-                    std::fill(tile.begin(), tile.end(), 0);
-                    for (uint32_t y = 0; y < th && ty + y < s.height; ++y)
-                        for (uint32_t x = 0; x < tw && tx + x < s.width; ++x)
-                            std::memcpy(&tile[(y * tw + x) * px], &s.rows[ty + y][(tx + x) * px], px);
-                    ok = ok && TIFFWriteTile(t, tile.data(), tx, ty, 0, 0) >= 0;
-                }
-        } else {
-            TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, s.compression == COMPRESSION_CCITTFAX4 ? s.height : 1u);
-            for (uint32_t y = 0; y < s.height; ++y)
-                ok = ok && TIFFWriteScanline(t, const_cast<uint8_t *>(s.rows[y].data()), y, 0) >= 0;
-        }
+        ok = ok && writeTiffImage(t, p.picture);
         ok = ok && TIFFWriteDirectory(t) != 0;
     }
     TIFFClose(t);

@@ -160,9 +160,9 @@ struct TiffSpec {
     std::vector<std::vector<uint8_t>> rows;  // scanlines, top first
 };
 
-inline bool writeTiffFile(const std::string &path, const TiffSpec &s) {
-    TIFF *t = TIFFOpen(path.c_str(), "w");
-    if (t == nullptr) return false;
+// Sets the picture's tags on the current directory of t and writes its
+// pixels (the directory itself is written by the caller or at close).
+inline bool writeTiffImage(TIFF *t, const TiffSpec &s) {
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, s.width);
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, s.height);
     TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, s.bps);
@@ -185,7 +185,7 @@ inline bool writeTiffFile(const std::string &path, const TiffSpec &s) {
         const uint32_t tw = 16, th = 16;
         TIFFSetField(t, TIFFTAG_TILEWIDTH, tw);
         TIFFSetField(t, TIFFTAG_TILELENGTH, th);
-        const size_t px = static_cast<size_t>(s.spp) * s.bps / 8;
+        const size_t px = (static_cast<size_t>(s.spp) * s.bps + 7) / 8;
         std::vector<uint8_t> tile(tw * th * px);
         for (uint32_t ty = 0; ty < s.height; ty += th)
             for (uint32_t tx = 0; tx < s.width; tx += tw) {
@@ -200,6 +200,13 @@ inline bool writeTiffFile(const std::string &path, const TiffSpec &s) {
         for (uint32_t y = 0; y < s.height; ++y)
             ok = ok && TIFFWriteScanline(t, const_cast<uint8_t *>(s.rows[y].data()), y, 0) >= 0;
     }
+    return ok;
+}
+
+inline bool writeTiffFile(const std::string &path, const TiffSpec &s) {
+    TIFF *t = TIFFOpen(path.c_str(), "w");
+    if (t == nullptr) return false;
+    const bool ok = writeTiffImage(t, s);
     TIFFClose(t);
     return ok;
 }
