@@ -202,6 +202,17 @@ public:
     void AfterVertical() { ia_ += 1; }
     void AfterHorizontal() { ia_ += 2; }
 
+    // For the coder's own walk over a row's steps (ListSteps in encode.cpp):
+    // the two lists, and where the walk stands in each.
+    const uint32_t *CodingList() const { return cur_; }
+    const uint32_t *ReferenceList() const { return ref_; }
+    uint32_t A1Index() const { return ia_; }
+    uint32_t RefIndex() const { return ib_; }
+    void SetIndexes(uint32_t ia, uint32_t ib) {
+        ia_ = ia;
+        ib_ = ib;
+    }
+
 private:
     static constexpr uint32_t kSlack = 4;
 
@@ -246,5 +257,9 @@ private:
 // Test hook: makes the coder use RowSearch even when it could have the lists'
 // memory, so that both ways are checked. Not exported.
 extern bool gForceRowSearch;
+// Test hook: makes the coder take a row's steps one at a time through the
+// search's interface even with the lists, instead of its own walk over them,
+// so that the walk can be checked against the plain steps. Not exported.
+extern bool gForceStepLoop;
 
 }  // namespace mivo4::g4
