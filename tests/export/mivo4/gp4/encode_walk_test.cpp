@@ -151,4 +151,30 @@ TEST_F(StepWalk, AFailedGrowthIsMetAtTheSameStep) {
     }
 }
 
+// The lists are made 64 pixels at a time in pixel order; every element must
+// be the next change NextChange finds one by one, with the closing widths
+// after the last, whatever the padding bits hold.
+TEST(ChangeLists, EveryElementIsTheNextChangeOnRandomRows) {
+    Rng r(19);
+    for (int i = 0; i < 400; ++i) {
+        uint32_t w = AWidth(r);
+        Picture p = RandomRows(r, w, 1);
+        const uint32_t size = mivo4::g4::RowBytes(w);
+        std::vector<uint32_t> lists(mivo4::g4::ListSearch::Entries(w));
+        mivo4::g4::ListSearch search(w, size, lists.data());
+        search.BeginRow(p.Row(0));
+        const uint32_t *list = search.CodingList();
+        uint32_t k = 0;
+        bool white = true;  // the colour before the element
+        for (uint32_t a = 0; a < w; ++k) {
+            uint32_t next = mivo4::g4::NextChange(p.Row(0), size, k == 0 ? 0 : a, white, w);
+            ASSERT_EQ(list[k], next) << "row " << i << " width " << w << " element " << k;
+            a = next;
+            white = !white;
+        }
+        ASSERT_EQ(list[k], w) << "row " << i;
+        ASSERT_EQ(list[k + 1], w) << "row " << i;
+    }
+}
+
 }  // namespace
