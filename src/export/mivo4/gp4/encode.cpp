@@ -23,6 +23,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "export/mivo4/expstat.h"
 #include "export/mivo4/gp4/g4find.h"
@@ -30,11 +31,13 @@
 
 namespace mivo4::g4 {
 bool gForceRowSearch = false;
+bool gForceStepLoop = false;
 }
 
 namespace {
 
 using mivo4::g4::gForceRowSearch;
+using mivo4::g4::gForceStepLoop;
 using mivo4::g4::ListSearch;
 using mivo4::g4::RowFeed;
 using mivo4::g4::RowSearch;
@@ -136,6 +139,121 @@ void PutHorizontal(BitSink &out, bool isWhite, uint32_t run1, uint32_t run2) {
     PutRun(out, second, run2);
 }
 
+// Where a row's steps over the lists stand: the output and the walk. Filled
+// from the coder's state before ListSteps and read back after it.
+struct StepState {
+    uint8_t *buf;
+    uint32_t stored;
+    uint64_t acc;
+    uint32_t bits;
+    uint32_t a0;
+    bool white;
+    uint32_t ia, ib;  // as in ListSearch
+};
+
+enum class StepStop {
+    RowDone,         // a0 reached the width
+    Room,            // the next step would start within the margin of the buffer's end
+    LongHorizontal,  // the next step is a horizontal one longer than kLongStep, not yet coded
+};
+
+// Codes a row's steps from the lists (ListSearch's Step, A2 and After*, the
+// mode decision and BitSink's Put, taken together) until the row is done, the
+// room check fails or a horizontal step needs its measured growth. Out of
+// line, with every value of the walk and the output in a local, so that
+// they all stay in registers across the steps; the stops are where the
+// plain step loop checks room or measures a long step, so the buffer grows
+// at the same points.
+[[gnu::noinline]] StepStop ListSteps(StepState &s, const uint32_t *cur, const uint32_t *ref, uint32_t width,
+                                     uint32_t nOutSize) {
+    uint8_t *const buf = s.buf;
+    uint8_t *p = buf + s.stored;
+    // The room check `byte position + kStepMargin >= size`, as a pointer.
+    uint8_t *const end = buf + (nOutSize > kStepMargin ? nOutSize - kStepMargin : 0);
+    uint64_t acc = s.acc;
+    uint32_t bits = s.bits;
+    const uint32_t *pa = cur + s.ia;
+    uint32_t ib = s.ib;
+    uint32_t a0 = s.a0;
+    uint32_t black = s.white ? 0 : 1;  // the parity of a change away from the current colour
+    // BitSink::Put on the locals.
+    auto put = [&](uint32_t code, uint32_t n) {
+        acc |= static_cast<uint64_t>(code) << (32 - bits);
+        bits += n;
+        uint32_t word = __builtin_bswap32(static_cast<uint32_t>(acc >> 32));
+        std::memcpy(p, &word, 4);
+        uint32_t full = bits >> 5;
+        p += full << 2;
+        acc <<= full << 5;
+        bits -= full << 5;
+    };
+    // A run of at most kLongStep: PutRun without its loop of 2560s.
+    auto putRun = [&](const uint32_t(*table)[2], uint32_t len) {
+        if (len >= 64) {
+            const uint32_t *e = table[63 + len / 64];
+            put(Code32(e), e[0]);
+            len %= 64;
+        }
+        put(Code32(table[len]), table[len][0]);
+    };
+    StepStop stop;
+    for (;;) {
+        uint32_t from = a0 == 0 ? 0 : a0 + 1;
+        while (ref[ib] < from) ++ib;
+        uint32_t j = ib + ((ib & 1) ^ black);
+        uint32_t a1 = pa[0];
+        uint32_t b1 = ref[j];
+        uint32_t b2 = ref[j + 1];
+        if (b2 < a1) {
+            put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
+            a0 = b2;
+        } else if (a1 - b1 + 3 <= 6) {
+            const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(a1 - b1)];
+            put(Code32(e), e[0]);
+            a0 = a1;
+            black ^= 1;
+            pa += 1;
+        } else {
+            uint32_t a2 = pa[1];
+            uint32_t run1 = a1 - a0;
+            uint32_t run2 = a2 - a1;
+            const uint32_t(*first)[2] = black != 0 ? ::black : ::white;
+            const uint32_t(*second)[2] = black != 0 ? ::white : ::black;
+            if (run1 < 64 && run2 < 64) {
+                uint32_t n1 = first[run1][0];
+                uint32_t n2 = second[run2][0];
+                put(Code32(twoD[GP4_MODE_HORIZONTAL]) | (first[run1][1] << 13) | (second[run2][1] << (13 - n1)),
+                    3 + n1 + n2);
+            } else if (a2 - a0 > kLongStep) {
+                stop = StepStop::LongHorizontal;
+                break;
+            } else {
+                put(Code32(twoD[GP4_MODE_HORIZONTAL]), twoD[GP4_MODE_HORIZONTAL][0]);
+                putRun(first, run1);
+                putRun(second, run2);
+            }
+            a0 = a2;
+            pa += 2;
+        }
+        if (a0 == width) {
+            stop = StepStop::RowDone;
+            break;
+        }
+        if (p + (bits >> 3) >= end) {
+            stop = StepStop::Room;
+            break;
+        }
+    }
+    s.stored = static_cast<uint32_t>(p - buf);
+    s.acc = acc;
+    s.bits = bits;
+    s.a0 = a0;
+    s.white = black == 0;
+    s.ia = static_cast<uint32_t>(pa - cur);
+    s.ib = ib;
+    return stop;
+}
+
 uint8_t *Lock(ZHANDLE h) { return static_cast<uint8_t *>(GlobalLock(h)); }
 
 // The working state of one call of Group4.
@@ -201,6 +319,53 @@ void CodeRows(Band &b, Search search) {
         return g.buf != nullptr;
     };
 
+    // f. A horizontal step at a1; false when the buffer was lost.
+    auto horizontal = [&](uint32_t A1) {
+        uint32_t A2 = search.A2(A1, isWhite);
+        if (A2 - A0 > kLongStep) {
+            // Runs this long can emit more than the step margin covers.
+            uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] + RunBits(isWhite ? white : black, A1 - A0) +
+                            RunBits(isWhite ? black : white, A2 - A1);
+            while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 4 >= nOutSize) {
+                if (!grow()) return false;
+            }
+        }
+        PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
+        A0 = A2;
+        search.AfterHorizontal();
+        return true;
+    };
+
+    // The row's steps through ListSteps, stopping where the step loop below
+    // checks room or measures a long horizontal step; false when the buffer
+    // was lost.
+    [[maybe_unused]] auto WalkRow = [&]() {
+        if constexpr (std::is_same_v<Search, ListSearch>) {
+            for (;;) {
+                StepState st{out.buf, out.stored, out.acc, out.bits, A0, isWhite, search.A1Index(), search.RefIndex()};
+                StepStop stop = ListSteps(st, search.CodingList(), search.ReferenceList(), Width, nOutSize);
+                out.stored = st.stored;
+                out.acc = st.acc;
+                out.bits = st.bits;
+                A0 = st.a0;
+                isWhite = st.white;
+                search.SetIndexes(st.ia, st.ib);
+                if (stop == StepStop::RowDone) return true;
+                if (stop == StepStop::LongHorizontal) {
+                    uint32_t A1, B1, B2;
+                    search.Step(A0, isWhite, A1, B1, B2);
+                    if (!horizontal(A1)) return false;
+                    if (A0 == Width) return true;
+                }
+                // b. Room for the next step.
+                while (out.BytePos() + kStepMargin >= nOutSize) {
+                    if (!grow()) return false;
+                }
+            }
+        }
+        return true;
+    };
+
     search.BeginBand(lpRefLine);
     while (RowCount < ScanLines && out.buf != nullptr) {
         // a. Progress, 50..100 over the band. The value only changes with the
@@ -256,7 +421,14 @@ void CodeRows(Band &b, Search search) {
             // The row's coding steps. Within a row the progress value stays
             // the same, so each later step starts at its room check.
             bool lost = false;
-            for (;;) {
+            bool walked = false;
+            if constexpr (std::is_same_v<Search, ListSearch>) {
+                if (!gForceStepLoop) {
+                    walked = true;
+                    lost = !WalkRow();
+                }
+            }
+            for (; !walked;) {
                 // c. Changing elements.
                 uint32_t A1, B1, B2;
                 search.Step(A0, isWhite, A1, B1, B2);
@@ -275,23 +447,10 @@ void CodeRows(Band &b, Search search) {
                     search.AfterVertical();
                 } else {
                     // f. Horizontal mode.
-                    uint32_t A2 = search.A2(A1, isWhite);
-                    if (A2 - A0 > kLongStep) {
-                        // Runs this long can emit more than the step margin covers.
-                        uint32_t bits = twoD[GP4_MODE_HORIZONTAL][0] +
-                                        RunBits(isWhite ? white : black, A1 - A0) +
-                                        RunBits(isWhite ? black : white, A2 - A1);
-                        while (uint64_t{out.BytePos()} + (out.BitPos() + bits) / 8 + 4 >= nOutSize) {
-                            if (!grow()) {
-                                lost = true;
-                                break;
-                            }
-                        }
-                        if (lost) break;
+                    if (!horizontal(A1)) {
+                        lost = true;
+                        break;
                     }
-                    PutHorizontal(out, isWhite, A1 - A0, A2 - A1);
-                    A0 = A2;
-                    search.AfterHorizontal();
                 }
                 if (A0 == Width) break;
 

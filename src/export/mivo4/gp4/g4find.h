@@ -202,21 +202,50 @@ public:
     void AfterVertical() { ia_ += 1; }
     void AfterHorizontal() { ia_ += 2; }
 
+    // For the coder's own walk over a row's steps (ListSteps in encode.cpp):
+    // the two lists, and where the walk stands in each.
+    const uint32_t *CodingList() const { return cur_; }
+    const uint32_t *ReferenceList() const { return ref_; }
+    uint32_t A1Index() const { return ia_; }
+    uint32_t RefIndex() const { return ib_; }
+    void SetIndexes(uint32_t ia, uint32_t ib) {
+        ia_ = ia;
+        ib_ = ib;
+    }
+
 private:
     static constexpr uint32_t kSlack = 4;
 
     void Close(uint32_t *list, uint32_t n) const {
         list[n] = list[n + 1] = list[n + 2] = width_;
     }
+    // Eight bytes from `index` with pixel `8 * index + i` at bit i (bytes at
+    // or past `size` read as 0): in this order the elements come out lowest
+    // bit first, each found by a count of trailing zeros and cleared by
+    // `changes &= changes - 1`, a shorter chain from one element to the next
+    // than the leading zeros and shifted mask of the other order.
+    static uint64_t LoadPixelOrder(const uint8_t *row, uint64_t index, uint32_t size) {
+        uint64_t v = 0;
+        if (index + 8 <= size) {
+            std::memcpy(&v, row + index, 8);  // little-endian, as LoadWindow takes it
+        } else {
+            for (uint64_t i = index; i < index + 8 && i < size; ++i) v |= uint64_t{row[i]} << (8 * (i - index));
+        }
+        v = ((v >> 1) & 0x5555555555555555u) | ((v & 0x5555555555555555u) << 1);
+        v = ((v >> 2) & 0x3333333333333333u) | ((v & 0x3333333333333333u) << 2);
+        v = ((v >> 4) & 0x0F0F0F0F0F0F0F0Fu) | ((v & 0x0F0F0F0F0F0F0F0Fu) << 4);
+        return v;
+    }
+
     uint32_t List(const uint8_t *row, uint32_t *list) const {
         uint32_t n = 0;
         uint64_t before = 1;  // the imaginary white pixel
         for (uint64_t p = 0; p < width_; p += 64) {
-            uint64_t w = LoadWindow(row, p >> 3, size_);
-            uint64_t changes = w ^ ((w >> 1) | (before << 63));
-            before = w & 1;
+            uint64_t w = LoadPixelOrder(row, p >> 3, size_);
+            uint64_t changes = w ^ ((w << 1) | before);
+            before = w >> 63;
             uint64_t valid = width_ - p;
-            if (valid < 64) changes &= ~uint64_t{0} << (64 - valid);
+            if (valid < 64) changes &= (uint64_t{1} << valid) - 1;
             if (changes == 0) continue;
             // Four stores at a time, whether or not four elements are left:
             // the extra stores land in the slack and are overwritten.
@@ -225,9 +254,8 @@ private:
             const uint32_t base = static_cast<uint32_t>(p);
             for (uint32_t done = 0; done < count; done += 4, out += 4) {
                 for (int k = 0; k < 4; ++k) {
-                    uint32_t lead = static_cast<uint32_t>(__builtin_clzll(changes | 1));
-                    out[k] = base + lead;
-                    changes &= ~(uint64_t{1} << 63 >> lead);
+                    out[k] = base + static_cast<uint32_t>(__builtin_ctzll(changes | uint64_t{1} << 63));
+                    changes &= changes - 1;
                 }
             }
             n += count;
@@ -246,5 +274,9 @@ private:
 // Test hook: makes the coder use RowSearch even when it could have the lists'
 // memory, so that both ways are checked. Not exported.
 extern bool gForceRowSearch;
+// Test hook: makes the coder take a row's steps one at a time through the
+// search's interface even with the lists, instead of its own walk over them,
+// so that the walk can be checked against the plain steps. Not exported.
+extern bool gForceStepLoop;
 
 }  // namespace mivo4::g4
