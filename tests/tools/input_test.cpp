@@ -47,7 +47,7 @@ std::vector<std::string> everyKind(const ScratchDir &dir) {
     EXPECT_TRUE(writePngFile(dir / "a.png", png));
     std::vector<uint8_t> px(40 * 30 * 3);
     for (size_t i = 0; i < px.size(); ++i) px[i] = static_cast<uint8_t>(i * 7);
-    EXPECT_TRUE(writeJpegWithApp1(dir / "a.jpg", 40, 30, 3, px, exifOrientationSegment(true, 6)));
+    EXPECT_TRUE(writeJpegFile(dir / "a.jpg", 40, 30, 3, px, exifOrientationSegment(true, 6)));
     EXPECT_TRUE(writeTiffPages(dir / "a.tif", {{bilevelSpec(50, 20, dots), 0}}));
     auto tiled = byteSpec(37, 21, 3, [](uint32_t x, uint32_t y, uint32_t c) { return pattern(x, y, c); });
     tiled.tiled = true;

@@ -43,9 +43,11 @@ inline bool writeTiffPages(const std::string &path, const std::vector<TiffPage> 
 }
 
 // A JPEG of 8-bit samples (components 1 or 3, rows top first), quality 100,
-// with app1 (when not empty) written as an APP1 segment after the JFIF one.
-inline bool writeJpegWithApp1(const std::string &path, uint32_t w, uint32_t h, int components,
-                              const std::vector<uint8_t> &pixels, const std::vector<uint8_t> &app1) {
+// with app1 (when not empty) written as an APP1 segment after the JFIF one,
+// and the JFIF density (unit 0: only an aspect ratio, 1: per inch, 2: per cm).
+inline bool writeJpegFile(const std::string &path, uint32_t w, uint32_t h, int components,
+                          const std::vector<uint8_t> &pixels, const std::vector<uint8_t> &app1 = {},
+                          int densityUnit = 0, int density = 1) {
     FILE *f = std::fopen(path.c_str(), "wb");
     if (f == nullptr) return false;
     jpeg_compress_struct c{};
@@ -59,6 +61,9 @@ inline bool writeJpegWithApp1(const std::string &path, uint32_t w, uint32_t h, i
     c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, 100, TRUE);
+    c.density_unit = static_cast<UINT8>(densityUnit);
+    c.X_density = static_cast<UINT16>(density);
+    c.Y_density = static_cast<UINT16>(density);
     jpeg_start_compress(&c, TRUE);
     if (!app1.empty()) jpeg_write_marker(&c, JPEG_APP0 + 1, app1.data(), static_cast<unsigned>(app1.size()));
     while (c.next_scanline < h) {

@@ -314,7 +314,7 @@ TEST(JpegOrientation, TheExifOrientationOfBothByteOrdersTurnsTheDecodedPictureUp
                 for (uint32_t c = 0; c < 3; ++c) px[(y * sw + x) * 3 + c] = uprightValue(X, Y, c);
             });
             const std::string path = dir / "a.jpg";
-            ASSERT_TRUE(toolstest::writeJpegWithApp1(path, sw, sh, 3, px, toolstest::exifOrientationSegment(big, o)));
+            ASSERT_TRUE(toolstest::writeJpegFile(path, sw, sh, 3, px, toolstest::exifOrientationSegment(big, o)));
             SCOPED_TRACE("orientation " + std::to_string(o) + (big ? " big-endian" : " little-endian"));
             HostMemory mem;
             Image kept = readSource(path, false, mem), turned = readSource(path, true, mem);
@@ -337,7 +337,7 @@ TEST(JpegOrientation, NoExifOrADamagedOneLeavesThePictureAsStored) {
     std::vector<uint8_t> damaged = toolstest::exifOrientationSegment(false, 6);
     damaged.resize(30);  // cut inside the entries
     for (const auto &app1 : {std::vector<uint8_t>{}, damaged, toolstest::exifOrientationSegment(true, 12)}) {
-        ASSERT_TRUE(toolstest::writeJpegWithApp1(dir / "a.jpg", kW, kH, 1, px, app1));
+        ASSERT_TRUE(toolstest::writeJpegFile(dir / "a.jpg", kW, kH, 1, px, app1));
         HostMemory mem;
         Image im = readSource(dir / "a.jpg", true, mem);
         EXPECT_EQ(im.orientation, 1);
@@ -355,7 +355,7 @@ TEST(Orientation, MatchesImageMagicksAutoOrientForAJpegAndATiffOfEveryOrientatio
         const uint32_t sw = o >= 5 ? kH : kW, sh = o >= 5 ? kW : kH;
         std::vector<uint8_t> px(static_cast<size_t>(sw) * sh);
         forEachStored(o, kW, kH, [&](uint32_t x, uint32_t y, uint32_t X, uint32_t Y) { px[y * sw + x] = uprightValue(X, Y, 0); });
-        ASSERT_TRUE(toolstest::writeJpegWithApp1(dir / "a.jpg", sw, sh, 1, px, toolstest::exifOrientationSegment(o % 2 == 0, o)));
+        ASSERT_TRUE(toolstest::writeJpegFile(dir / "a.jpg", sw, sh, 1, px, toolstest::exifOrientationSegment(o % 2 == 0, o)));
         ASSERT_TRUE(toolstest::writeTiffPages(dir / "a.tif", {{toolstest::byteSpec(sw, sh, 1, [&](uint32_t x, uint32_t y, uint32_t) { return px[y * sw + x]; }), static_cast<uint16_t>(o)}}));
         for (const char *name : {"a.jpg", "a.tif"}) {
             SCOPED_TRACE(std::string(name) + ", orientation " + std::to_string(o));
@@ -462,7 +462,7 @@ TEST(OrientationCli, AJpegIsExportedAsItsPixelsTurnedByItsExifOrientation) {
         for (uint32_t x = 0; x < sw; ++x)
             for (uint32_t c = 0; c < 3; ++c) px[(y * sw + x) * 3 + c] = uprightValue(x, y, c);
     for (int o : {3, 6, 8}) {
-        ASSERT_TRUE(toolstest::writeJpegWithApp1(dir / "a.jpg", sw, sh, 3, px, toolstest::exifOrientationSegment(o == 6, o)));
+        ASSERT_TRUE(toolstest::writeJpegFile(dir / "a.jpg", sw, sh, 3, px, toolstest::exifOrientationSegment(o == 6, o)));
         // The decoded pixels turned by the description, as a PPM: the same picture.
         HostMemory mem;
         Image kept = readSource(dir / "a.jpg", false, mem);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "image.h"
+#include "inputpictures.h"
 #include "toolfixture.h"
 
 using namespace mivo4::host;
@@ -38,34 +39,6 @@ std::vector<Rgb> greyRamp() {
 }
 
 bool bitOn(uint32_t x, uint32_t y) { return ((x * 3 + y * 5) % 7) < 3 || x == y; }
-
-void writeJpeg(const std::string &path, uint32_t w, uint32_t h, int components,
-               const std::vector<uint8_t> &pixels, int densityUnit, int density) {
-    FILE *f = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    jpeg_compress_struct c{};
-    jpeg_error_mgr err{};
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    jpeg_stdio_dest(&c, f);
-    c.image_width = w;
-    c.image_height = h;
-    c.input_components = components;
-    c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_set_defaults(&c);
-    jpeg_set_quality(&c, 100, TRUE);
-    c.density_unit = static_cast<UINT8>(densityUnit);
-    c.X_density = static_cast<UINT16>(density);
-    c.Y_density = static_cast<UINT16>(density);
-    jpeg_start_compress(&c, TRUE);
-    while (c.next_scanline < h) {
-        JSAMPROW row = const_cast<JSAMPROW>(&pixels[static_cast<size_t>(c.next_scanline) * w * components]);
-        jpeg_write_scanlines(&c, &row, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    std::fclose(f);
-}
 
 }  // namespace
 
@@ -443,8 +416,8 @@ TEST(JpegReader, GreyIsEightBitWithAGreyTableAndTheJfifDensityIsTheResolution) {
     std::vector<uint8_t> px(w * h);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) px[y * w + x] = x < 16 ? 40 : 220;
-    writeJpeg(dir / "a.jpg", w, h, 1, px, 1, 200);
-    writeJpeg(dir / "b.jpg", w, h, 1, px, 2, 118);  // dots per centimetre
+    ASSERT_TRUE(toolstest::writeJpegFile(dir / "a.jpg", w, h, 1, px, {}, 1, 200));
+    ASSERT_TRUE(toolstest::writeJpegFile(dir / "b.jpg", w, h, 1, px, {}, 2, 118));  // dots per centimetre
     HostMemory mem;
     Image a = read(dir / "a.jpg", mem);
     expectLayout(a, 8, w, h);
@@ -463,7 +436,7 @@ TEST(JpegReader, ColourIsTwentyFourBitRedGreenBlue) {
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x)
             for (int c = 0; c < 3; ++c) px[(y * w + x) * 3 + c] = colours[(x / 16) + 2 * (y / 12 % 2)][c];
-    writeJpeg(dir / "a.jpg", w, h, 3, px, 0, 1);
+    ASSERT_TRUE(toolstest::writeJpegFile(dir / "a.jpg", w, h, 3, px));
     HostMemory mem;
     Image im = read(dir / "a.jpg", mem);
     expectLayout(im, 24, w, h);
