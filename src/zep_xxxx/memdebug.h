@@ -20,4 +20,10 @@ uint64_t AllocationCount();
 // Number of live handles (blocks and wrapped pointers).
 uint32_t LiveHandles();
 
+// Whether new large blocks keep room in front of their pages (they do unless
+// told otherwise), so that a test can have the same work done with and
+// without views (ExtendInFront), and the number of views made so far.
+void SetRoomInFront(bool keep);
+uint64_t FrontViewsMade();
+
 }  // namespace mivo4::mem

@@ -17,7 +17,13 @@
 // (the kernel moves page tables, whole 2 MiB tables where both addresses are
 // aligned to them) instead of copying bytes. Growing by small steps then
 // costs about the same per byte however large the block is.
+//
+// A new large block also keeps a little address space in front of its pages.
+// A picture made one row taller by repeating its first row (every odd height
+// is made even that way) is then its source's own pages with a fresh row put
+// in that room: a view, never a second copy of the picture.
 #include "zep_xxxx/memdebug.h"
+#include "zep_xxxx/memfront.h"
 #include "zep_xxxx/winpages.h"
 
 #include <mivo4/memory.h>
@@ -47,6 +53,10 @@ constexpr uint32_t kMappedFrom = 64 * 1024;
 // New blocks this large start in pages of their own.
 constexpr uint32_t kFreshPagesFrom = 1u << 20;
 
+// Address space kept in front of a new block's pages: room for one row of the
+// widest picture (65535 pixels of 24 bits), rounded up to whole pages.
+constexpr size_t kFrontRoom = 256 * 1024;
+
 using mivo4::mem::Pages;
 
 struct Slot {
@@ -56,6 +66,10 @@ struct Slot {
     uint32_t generation = 0;
     bool live = false;
     bool wrapped = false;      // made by GlobalPointerToHandle: data is not ours
+    bool view = false;         // made by ExtendInFront: ends with another block's bytes
+    // A block: slot + 1 of the view in front of it. A view: slot + 1 of the
+    // block it shows; 0 once that block is gone and the view holds its pages.
+    uint32_t partner = 0;
     Pages pages{};             // pages of its own (data == pages.data); none: a heap block
 };
 
@@ -63,14 +77,14 @@ bool paged(const Slot &s) { return s.pages.capacity != 0; }
 
 // Fresh zero pages for a new block of `size` bytes, or none (the heap then
 // serves it).
-Pages freshPages(uint32_t size) {
+Pages freshPages(uint32_t size, size_t front) {
     const size_t capacity = mivo4::mem::PageRound(size);
-    uint8_t *at = mivo4::mem::ReserveAligned(capacity);
+    uint8_t *at = mivo4::mem::ReserveAligned(capacity, front);
     if (at == nullptr) return Pages{};
     // A failed fixed mapping may already have released the range: it is left
     // as it is, as the re-allocation leaves it.
     if (!mivo4::mem::MapFresh(at, capacity)) return Pages{};
-    return Pages{at, capacity, nullptr};
+    return Pages{at, capacity, nullptr, front};
 }
 
 void releaseData(const Slot &s) {
@@ -87,8 +101,14 @@ struct Table {
     // When the module is unloaded no handle can be used any more: release
     // whatever blocks are still live with the table.
     ~Table() {
-        for (Slot &s : slots)
-            if (s.live && !s.wrapped) releaseData(s);
+        for (Slot &s : slots) {
+            if (!s.live || s.wrapped) continue;
+            // A view's row in front goes with its block's pages.
+            if (!s.view)
+                releaseData(s);
+            else if (s.partner == 0)
+                mivo4::mem::ReleasePages(s.pages);
+        }
     }
 
     std::vector<Slot> slots;
@@ -97,6 +117,8 @@ struct Table {
     uint32_t live = 0;
     uint64_t allocations = 0;
     uint32_t failCountdown = 0;  // 0: no failure pending
+    bool roomInFront = true;
+    uint64_t views = 0;
 };
 
 Table &table() {
@@ -147,7 +169,9 @@ uint32_t takeSlot() {
 void releaseSlot(uint32_t slot) {
     Table &t = table();
     Slot &s = t.slots[slot];
-    s = Slot{nullptr, 0, 0, s.generation + 1, false, false, Pages{}};
+    Slot retired;
+    retired.generation = s.generation + 1;
+    s = retired;
     --t.live;
     try {
         t.freeSlots.push_back(slot);
@@ -172,6 +196,8 @@ void FailNth(uint32_t n) { table().failCountdown = n; }
 bool FailurePending() { return table().failCountdown != 0; }
 uint64_t AllocationCount() { return table().allocations; }
 uint32_t LiveHandles() { return table().live; }
+void SetRoomInFront(bool keep) { table().roomInFront = keep; }
+uint64_t FrontViewsMade() { return table().views; }
 
 }  // namespace mivo4::mem
 
@@ -188,7 +214,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
     }
     // A large block starts in pages of its own: it then grows by moving its
     // pages, never by copying its bytes into a second block of its size.
-    Pages pages = size >= kFreshPagesFrom ? freshPages(size) : Pages{};
+    Pages pages = size >= kFreshPagesFrom ? freshPages(size, t.roomInFront ? kFrontRoom : 0) : Pages{};
     // A zero-length block still gets a distinct address, so that its handle
     // and data pointer map one to one.
     auto *data = pages.data != nullptr ? pages.data
@@ -232,9 +258,27 @@ int32_t GlobalUnlock(ZHANDLE) { return 0; }
 int32_t GlobalFree(ZHANDLE handle) {
     Slot *s = find(handle);
     if (s == nullptr) return 0;
-    if (!s->wrapped) {
-        table().byData.erase(s->data);
-        releaseData(*s);
+    Table &t = table();
+    if (s->view) {
+        t.byData.erase(s->data);
+        if (s->partner != 0) {
+            // The block lives on: its room in front is emptied for next time.
+            Slot &block = t.slots[s->partner - 1];
+            mivo4::mem::UnmapFront(block.pages);
+            block.partner = 0;
+        } else {
+            mivo4::mem::ReleasePages(s->pages);
+        }
+    } else if (!s->wrapped) {
+        t.byData.erase(s->data);
+        if (s->partner != 0) {
+            // The view in front still shows these bytes: it keeps the pages.
+            Slot &view = t.slots[s->partner - 1];
+            view.pages = s->pages;
+            view.partner = 0;
+        } else {
+            releaseData(*s);
+        }
     }
     releaseSlot((handle & kSlotMask) - 1);
     return 0;
@@ -259,8 +303,10 @@ ZHANDLE failedReAlloc(ZHANDLE handle, uint32_t newSize) {
 ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
     const Slot *found = find(handle);
     if (found == nullptr) return 0;
-    if (found->wrapped) {
-        // The wrapped memory is the caller's: copied into a block of our own.
+    if (found->wrapped || found->view || found->partner != 0) {
+        // The wrapped memory is the caller's, a view's bytes are partly
+        // another block's, and a viewed block's pages stay where the view
+        // shows them: copied into a block of our own.
         ZHANDLE fresh = GlobalAlloc(flags, newSize);
         if (fresh != 0) {
             const Slot *old = find(handle);
@@ -293,6 +339,8 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
     // In pages of its own. Past the block's length its pages read zero (kept
     // so at every move), so growth within them needs no clearing.
     auto placePaged = [&] {
+        // The room in front stays with the address the pages leave.
+        if (paged(old)) mivo4::mem::ReleaseFront(old.pages);
         if (paged(old) && newSize <= old.pages.capacity && newSize > old.pages.capacity / 4 &&
             old.pages.spare != nullptr && know(old.pages.spare)) {
             uint8_t *const at = old.pages.spare;
@@ -431,3 +479,54 @@ void *zepPtrGlobalReAlloc(void *pointer, uint32_t newSize, uint32_t flags) {
 }
 
 ZHANDLE zepPtrGlobalHandle(const void *pointer) { return GlobalHandle(pointer); }
+
+namespace mivo4::mem {
+
+ZHANDLE ExtendInFront(ZHANDLE block, uint32_t front, uint32_t length, bool *noRoom) {
+    *noRoom = true;
+    const Slot *b = find(block);
+    if (b == nullptr || b->wrapped || b->view || b->partner != 0 || !paged(*b) || front == 0 ||
+        length < front || length - front > b->length || front > b->pages.front)
+        return 0;
+    *noRoom = false;
+    Table &t = table();
+    if (injectedFailure()) {
+        reportFailure(length);
+        return 0;
+    }
+    const uint32_t slot = takeSlot();
+    if (slot == kMaxSlots) {
+        reportFailure(length);
+        return 0;
+    }
+    Slot &shown = *find(block);  // the table may have grown under takeSlot
+    uint8_t *data = MapFront(shown.pages, front);
+    const ZHANDLE handle = makeHandle(slot, t.slots[slot].generation);
+    bool known = false;
+    if (data != nullptr) {
+        try {
+            t.byData.emplace(data, handle);
+            known = true;
+        } catch (const std::bad_alloc &) {
+            UnmapFront(shown.pages);
+        }
+    }
+    if (!known) {
+        t.freeSlots.push_front(slot);
+        reportFailure(length);
+        return 0;
+    }
+    Slot &v = t.slots[slot];
+    v.data = data;
+    v.length = length;
+    v.flags = GHND;
+    v.live = true;
+    v.view = true;
+    v.partner = block & kSlotMask;
+    shown.partner = slot + 1;
+    ++t.live;
+    ++t.views;
+    return handle;
+}
+
+}  // namespace mivo4::mem

@@ -33,21 +33,43 @@ size_t PageRound(size_t bytes) {
     return (std::max<size_t>(bytes, 1) + page - 1) / page * page;
 }
 
-uint8_t *ReserveAligned(size_t len) {
-    const size_t span = len + kTableSpan;
+uint8_t *ReserveAligned(size_t len) { return ReserveAligned(len, 0); }
+
+uint8_t *ReserveAligned(size_t len, size_t front) {
+    const size_t span = front + len + kTableSpan;
     void *p = mmap(nullptr, span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p == MAP_FAILED) return nullptr;
     const auto start = reinterpret_cast<uintptr_t>(p);
-    const uintptr_t aligned = (start + kTableSpan - 1) & ~uintptr_t{kTableSpan - 1};
-    if (aligned > start) munmap(p, aligned - start);
+    const uintptr_t aligned = (start + front + kTableSpan - 1) & ~uintptr_t{kTableSpan - 1};
+    if (aligned - front > start) munmap(p, aligned - front - start);
     const uintptr_t end = start + span, used = aligned + len;
     if (end > used) munmap(reinterpret_cast<void *>(used), end - used);
     return reinterpret_cast<uint8_t *>(aligned);
 }
 
 void ReleasePages(const Pages &p) {
-    if (p.data != nullptr) munmap(p.data, p.capacity);
+    if (p.data != nullptr) munmap(p.data - p.front, p.front + p.capacity);
     if (p.spare != nullptr) munmap(p.spare, p.capacity);
+}
+
+void ReleaseFront(Pages &p) {
+    if (p.data != nullptr && p.front != 0) munmap(p.data - p.front, p.front);
+    p.front = 0;
+}
+
+uint8_t *MapFront(const Pages &p, size_t bytes) {
+    if (p.data == nullptr || bytes == 0 || bytes > p.front) return nullptr;
+    const size_t whole = PageRound(bytes);
+    if (mmap(p.data - whole, whole, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) ==
+        MAP_FAILED)
+        return nullptr;
+    return p.data - bytes;
+}
+
+void UnmapFront(const Pages &p) {
+    if (p.data == nullptr || p.front == 0) return;
+    // Back to bare address space, so that the room stays ours for the next time.
+    mmap(p.data - p.front, p.front, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED | MAP_NORESERVE, -1, 0);
 }
 
 void ClearRange(uint8_t *data, size_t from, size_t to) {

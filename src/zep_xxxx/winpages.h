@@ -9,12 +9,15 @@
 namespace mivo4::mem {
 
 // A block's pages: `capacity` bytes at `data` (the block's length and then
-// zeros), and optionally a `spare` range of the same length holding nothing,
-// where the next move can put the pages with one call.
+// zeros), optionally a `spare` range of the same length holding nothing,
+// where the next move can put the pages with one call, and optionally `front`
+// bytes of address space just before `data`, holding nothing, where rows can
+// be put in front of the block's own (see MapFront).
 struct Pages {
     uint8_t *data = nullptr;
     size_t capacity = 0;
     uint8_t *spare = nullptr;
+    size_t front = 0;
 };
 
 // Whole pages for `bytes` bytes (at least one page).
@@ -24,8 +27,23 @@ size_t PageRound(size_t bytes);
 // when there is none. Page tables move whole between such addresses.
 uint8_t *ReserveAligned(size_t len);
 
-// Releases the pages and the spare range.
+// Address space for len bytes at a 2 MiB boundary with `front` bytes (whole
+// pages) of it just before that boundary; null when there is none.
+uint8_t *ReserveAligned(size_t len, size_t front);
+
+// Releases the pages, the spare range and the room in front.
 void ReleasePages(const Pages &p);
+
+// Gives back the room in front (before the pages move away from it).
+void ReleaseFront(Pages &p);
+
+// Puts fresh zero pages into the room in front for the last `bytes` bytes
+// before `data` (whole pages); returns where those bytes begin, or null when
+// the room is too small or the pages cannot be had.
+uint8_t *MapFront(const Pages &p, size_t bytes);
+
+// Empties the room in front again (address space only, holding nothing).
+void UnmapFront(const Pages &p);
 
 // Makes bytes [from, to) of the pages read zero: a partial page is cleared,
 // whole pages are given back to the system.

@@ -1,0 +1,27 @@
+// Blocks that end with another block's bytes: the handle allocator's way of
+// putting rows in front of a picture without copying the picture. Not
+// exported from the module.
+#pragma once
+
+#include <mivo4/memory.h>
+
+#include <cstdint>
+
+namespace mivo4::mem {
+
+// A block of `length` bytes whose first `front` bytes are fresh zeros and
+// whose other bytes are the first length - front bytes of `block` itself (the
+// same memory: what one shows, the other does). Its data pointer is `front`
+// bytes before the block's, so it is only as aligned as `front` makes it.
+//
+// It is freed, re-allocated (copied) and looked up like any block; `block`
+// may be freed first (the view then keeps its pages), and a re-allocation of
+// `block` copies instead of moving its pages away from the view.
+//
+// Only a new large block has room in front, and only one view at a time:
+// otherwise, or for sizes that do not fit the block, *noRoom is set and 0
+// returned, and the caller makes a copy instead. With room, the call counts as
+// one allocation and fails like one (0, *noRoom clear).
+ZHANDLE ExtendInFront(ZHANDLE block, uint32_t front, uint32_t length, bool *noRoom);
+
+}  // namespace mivo4::mem
