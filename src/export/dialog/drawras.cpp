@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "export/mivo4/expstat.h"
+#include "export/raster/scale.h"
 
 namespace {
 
@@ -132,8 +133,13 @@ ZHANDLE DrawRender(OFFSCREEN *o, uint32_t, uint32_t) {
         // The stretch is told the source's own size even after a shrink of the
         // other dimension: it reads the smaller bitmap with the original row
         // length, and what lies past that bitmap reads as 0.
-        ZHANDLE stretched = rlStretchBitmap(Hdatabits != 0 ? Hdatabits : r->hBuffer,
-                                            static_cast<int16_t>(d), r->cx, r->cy, w, h);
+        const ZHANDLE from = Hdatabits != 0 ? Hdatabits : r->hBuffer;
+        // The band is only read: a stretch that just repeats the first row
+        // (an odd height made even) puts that row in front of the picture's
+        // own rows instead of copying the picture.
+        bool copy = true;
+        ZHANDLE stretched = mivo4::color::stretchInFront(from, static_cast<int16_t>(d), r->cx, r->cy, w, h, &copy);
+        if (copy) stretched = rlStretchBitmap(from, static_cast<int16_t>(d), r->cx, r->cy, w, h);
         if (Hdatabits != 0 && stretched != Hdatabits) rlFreeNewData(Hdatabits);
         Hdatabits = stretched;
         if (Hdatabits == 0) mivo4::exportstatus::NoMemory();

@@ -16,9 +16,6 @@ using namespace mivo4::color;
 
 namespace {
 
-// truncate(k * ratio) for the non-negative, finite products of the scalers.
-int64_t truncProduct(uint64_t k, double ratio) { return static_cast<int64_t>(static_cast<double>(k) * ratio); }
-
 bool vertical(uint32_t sy, uint32_t dy) { return dy > sy; }
 
 }  // namespace

@@ -10,6 +10,11 @@
 
 namespace mivo4::color {
 
+// truncate(k * ratio) for the non-negative, finite products of the scalers.
+inline int64_t truncProduct(uint64_t k, double ratio) {
+    return static_cast<int64_t>(static_cast<double>(k) * ratio);
+}
+
 // Largest value of the 16-bit intermediate counts of the vertical
 // decimation and the horizontal replication.
 inline constexpr int64_t kMaxCount16 = 32767;
@@ -72,6 +77,19 @@ int32_t shrinkRows(SourceRows &src, uint8_t *dst, int16_t depth, uint32_t sx, ui
                    uint32_t dy);
 int32_t stretchRows(SourceRows &src, uint8_t *dst, int16_t depth, uint32_t sx, uint32_t sy, uint32_t dx,
                     uint32_t dy);
+
+// The stretch of a bitmap to the same width and more rows where that only
+// repeats its first row (one row more, as an odd height is made even): the
+// result is the source's own rows with the new ones put in front of them
+// (ExtendInFront), byte for byte what rlStretchBitmap makes, without a copy
+// of the picture. *copyInstead is set, and 0 returned, when the stretch is
+// another or the source's block cannot take rows in front (or its rows carry
+// bits past their pixels, which a stretched copy clears); the caller then
+// stretches as usual. Otherwise the result is the view, or 0 when it could
+// not be allocated. The view shows the source's bytes for as long as it
+// lives: it is for reading, not for drawing on.
+ZHANDLE stretchInFront(ZHANDLE hData, int16_t depth, uint32_t sw, uint32_t sh, uint32_t dw, uint32_t dh,
+                       bool *copyInstead);
 
 // The common body of rlShrinkBitmap and rlStretchBitmap.
 ZHANDLE scaleBitmap(ZHANDLE hData, int16_t depth, uint32_t sw, uint32_t sh, uint32_t dw, uint32_t dh);

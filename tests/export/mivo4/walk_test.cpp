@@ -12,6 +12,7 @@
 #include <mivo4/setup.h>
 
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -112,16 +113,30 @@ TEST_P(ExportWalk, EveryAllocationFailureIsCompleteOrReportedAndLeaksNothing) {
     // Output at 150 dpi: a picture stretched (from 100 dpi), one shrunk (from
     // 300 dpi), and one at its own size whose coded data outgrows several
     // steps of a memory block.
-    const struct {
+    // One-bit pictures also at a size whose odd height is made even by a row
+    // put in front of the picture's own (a view of its large block).
+    struct Shape {
         uint16_t width, height;
         int32_t dpi;
-    } pictures[] = {{61, 47, 100}, {90, 70, 300}, {240, 180, 150}};
+    };
+    std::vector<Shape> pictures = {{61, 47, 100}, {90, 70, 300}, {240, 180, 150}};
+    if (depth == 1) pictures.push_back({2480, 3507, 150});
     for (const auto &shape : pictures) {
         SCOPED_TRACE(std::string("picture ") + std::to_string(shape.width) + std::string("x") + std::to_string(shape.height) + " at " +
                      std::to_string(shape.dpi) + " dpi");
         HostPicture p(depth, shape.width, shape.height, 9 + depth);
+        if (shape.height > 1000) {
+            // A white page with a diagonal: few coder steps, so a short walk;
+            // no bits past the pixels, as readers leave rows: a view can be made.
+            const uint32_t stride = (shape.width / 8 + 1 + 3) & ~3u;
+            auto *rows = static_cast<uint8_t *>(GlobalLock(p.r.hBuffer));
+            std::memset(rows, 0, size_t{stride} * shape.height);
+            for (uint32_t y = 0; y < shape.height; ++y) rows[size_t{y} * stride + (y % shape.width) / 8] = 0x80;
+        }
         std::vector<uint8_t> reference;
+        const uint64_t views = mivo4::mem::FrontViewsMade();
         ASSERT_EQ(run(p, shape.dpi, reference), 0);
+        EXPECT_EQ(mivo4::mem::FrontViewsMade() - views, shape.height > 1000 ? 1u : 0u);
         ASSERT_EQ(GetLastExportStatus(), MIVO4_EXPORT_COMPLETE);
         ASSERT_GT(reference.size(), 2048u);
         int reported = 0;
