@@ -11,13 +11,18 @@ scratch=$(mktemp -d "${TMPDIR:-/tmp}/mivo4-package.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 example=$source/tests/host/readme_example.c
 
-# The installed host exports the test chart, and its own info checks it.
+# The installed host exports the test chart, and its own info checks it;
+# its picture libraries' module (found where it was installed) writes the
+# chart as a PNG and reads it back for an export of the same pixels.
 check_host() {
   local mivo4=$1
   "$mivo4" --version | grep -q "^mivo4 [0-9]*\.[0-9]*\.[0-9]*$" || { echo "no version from $mivo4"; exit 1; }
   "$mivo4" --version | grep -q "^module: $2, file version 0x" || { echo "$mivo4 did not find the module $2"; "$mivo4" --version; exit 1; }
-  env -u MIVO4_MODULE "$mivo4" export --demo "$scratch/demo.cal"
-  env -u MIVO4_MODULE "$mivo4" info "$scratch/demo.cal" | grep -q "check: ok"
+  env -u MIVO4_MODULE -u MIVO4_CODECS "$mivo4" export --demo "$scratch/demo.cal"
+  env -u MIVO4_MODULE -u MIVO4_CODECS "$mivo4" info "$scratch/demo.cal" | grep -q "check: ok"
+  env -u MIVO4_MODULE -u MIVO4_CODECS "$mivo4" decode "$scratch/demo.cal" "$scratch/demo.png"
+  env -u MIVO4_MODULE -u MIVO4_CODECS "$mivo4" export -q "$scratch/demo.png" "$scratch/again.cal"
+  env -u MIVO4_MODULE -u MIVO4_CODECS "$mivo4" info "$scratch/again.cal" | grep -q "check: ok"
 }
 
 # The README's host, built and run: it writes a 192 x 144 picture.
@@ -31,7 +36,7 @@ case $mode in
 install)
   prefix=$scratch/prefix
   cmake --install "$build" --prefix "$prefix" >/dev/null
-  for f in bin/mivo4 lib/mivo4/mivo42.flt include/mivo4/raster.h include/mivo4/version.h \
+  for f in bin/mivo4 lib/mivo4/mivo42.flt lib/mivo4/mivo4-codecs.so include/mivo4/raster.h include/mivo4/version.h \
            lib/pkgconfig/mivo4.pc lib/cmake/mivo4/mivo4Config.cmake lib/cmake/mivo4/mivo4ConfigVersion.cmake \
            share/man/man1/mivo4.1 share/doc/mivo4/README.md; do
     [ -e "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
@@ -63,6 +68,7 @@ deb)
   done
   contents=$(dpkg-deb -c "$deb")
   grep -q "./usr/lib/mivo4/mivo42.flt" <<<"$contents" || { echo "the package has no module"; exit 1; }
+  grep -q "./usr/lib/mivo4/mivo4-codecs.so" <<<"$contents" || { echo "the package has no picture libraries' module"; exit 1; }
   root=$scratch/root
   dpkg -x "$deb" "$root"
   check_host "$root/usr/bin/mivo4" "$root/usr/lib/mivo4/mivo42.flt"

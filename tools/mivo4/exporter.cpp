@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "gdp_export.h"
+#include "codecs.h"
 #include "gp4file.h"
 #include "progress.h"
 #include "signals.h"
@@ -283,6 +284,9 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     report.height = *h.height;
     report.density = h.density.value_or(0);
     if (!s.verify) return;
+    // The check decodes with libtiff, from the picture libraries' module.
+    if (std::string why; codecEntries(why) == nullptr)
+        throw ExportError("the output cannot be checked (" + why + "); nothing was written (--no-verify skips the check)");
     std::vector<uint8_t> coded(file.begin() + 2048, file.end());
     file = {};
     bar.advance(kChecking, 0);

@@ -43,6 +43,9 @@ struct DecodeResult {
 // Decodes a T.6 stream of exactly width x height pixels.
 DecodeResult decodeG4(const std::vector<uint8_t> &coded, uint32_t width, uint32_t height);
 
+struct CodecEntries;
+struct G4State;
+
 // A T.6 stream decoded one row at a time, in the memory of one row.
 class G4RowDecoder {
 public:
@@ -57,8 +60,8 @@ public:
     const std::string &problem() const { return problem_; }
 
 private:
-    struct State;
-    State *state_;
+    const CodecEntries *codecs_ = nullptr;  // where libtiff's decoder is (codecs.h)
+    G4State *state_ = nullptr;
     std::string problem_;
     uint32_t row_ = 0;
 };

@@ -84,8 +84,8 @@ void *Module::symbol(const char *name) const {
 #define MIVO4_MODULE_FROM_BIN "../lib/mivo4"
 #endif
 
-std::string defaultModulePath(const char *argv0) {
-    if (const char *env = std::getenv("MIVO4_MODULE"); env != nullptr && env[0] != '\0') return env;
+std::string installedFile(const char *variable, const char *name, const char *argv0) {
+    if (const char *env = std::getenv(variable); env != nullptr && env[0] != '\0') return env;
     char self[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
     std::string dir;
@@ -97,12 +97,14 @@ std::string defaultModulePath(const char *argv0) {
     }
     auto slash = dir.rfind('/');
     dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
-    // Installed, the module lives in PREFIX/lib/mivo4 beside PREFIX/bin; in a
-    // build tree, beside the program.
-    const std::string installed = dir + "/" MIVO4_MODULE_FROM_BIN "/mivo42.flt";
+    // Installed, the module's files live in PREFIX/lib/mivo4 beside
+    // PREFIX/bin; in a build tree, beside the program.
+    const std::string installed = dir + "/" MIVO4_MODULE_FROM_BIN "/" + name;
     char resolved[PATH_MAX];
     if (realpath(installed.c_str(), resolved) != nullptr) return resolved;
-    return dir + "/mivo42.flt";
+    return dir + "/" + name;
 }
+
+std::string defaultModulePath(const char *argv0) { return installedFile("MIVO4_MODULE", "mivo42.flt", argv0); }
 
 }  // namespace mivo4::host

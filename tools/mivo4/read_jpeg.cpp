@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "exif.h"
+#include "codecs.h"
 #include "image.h"
 #include "membudget.h"
 
@@ -66,7 +67,7 @@ int jpegOrientation(const jpeg_decompress_struct &cinfo) {
 
 }  // namespace
 
-Image readJpeg(const PictureSource &source, const PixelAllocator &alloc) {
+Image codec::readJpeg(const PictureSource &source, const PixelAllocator &alloc) {
     const std::string &path = source.name;
     std::unique_ptr<FILE, int (*)(FILE *)> f(source.inMemory ? nullptr : std::fopen(path.c_str(), "rb"), &std::fclose);
     if (!source.inMemory && !f) throw ReadError(path + ": cannot open: " + std::strerror(errno));

@@ -11,6 +11,7 @@
 #include <new>
 #include <vector>
 
+#include "codecs.h"
 #include "image.h"
 #include "membudget.h"
 
@@ -50,7 +51,7 @@ void readFromMemory(png_structp png, png_bytep into, size_t length) {
 
 }  // namespace
 
-Image readPng(const PictureSource &source, const PixelAllocator &alloc) {
+Image codec::readPng(const PictureSource &source, const PixelAllocator &alloc) {
     const std::string &path = source.name;
     std::unique_ptr<FILE, int (*)(FILE *)> f(source.inMemory ? nullptr : std::fopen(path.c_str(), "rb"), &std::fclose);
     if (!source.inMemory && !f) throw ReadError(path + ": cannot open: " + std::strerror(errno));

@@ -14,6 +14,7 @@
 #include <new>
 #include <vector>
 
+#include "codecs.h"
 #include "image.h"
 #include "membudget.h"
 
@@ -97,7 +98,7 @@ void selectPage(TIFF *t, const PictureSource &source, Image &image, const Fail &
 
 }  // namespace
 
-Image readTiff(const PictureSource &source, const PixelAllocator &alloc) {
+Image codec::readTiff(const PictureSource &source, const PixelAllocator &alloc) {
     const std::string &path = source.name;
     TIFFErrorHandler oldError = TIFFSetErrorHandler(onError);
     TIFFErrorHandler oldWarning = TIFFSetWarningHandler(onWarning);
