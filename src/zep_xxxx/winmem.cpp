@@ -23,7 +23,7 @@
 // is made even that way) is then its source's own pages with a fresh row put
 // in that room: a view, never a second copy of the picture.
 #include "zep_xxxx/memdebug.h"
-#include "zep_xxxx/memfront.h"
+#include "zep_xxxx/meminternal.h"
 #include "zep_xxxx/winpages.h"
 
 #include <mivo4/memory.h>
@@ -180,6 +180,22 @@ void releaseSlot(uint32_t slot) {
     }
 }
 
+// Makes a taken slot a live block.
+Slot &occupy(uint32_t slot, uint8_t *data, uint32_t length, uint32_t flags, const Pages &pages) {
+    Table &t = table();
+    Slot &s = t.slots[slot];
+    s.data = data;
+    s.length = length;
+    s.flags = flags;
+    s.live = true;
+    s.wrapped = false;
+    s.view = false;
+    s.partner = 0;
+    s.pages = pages;
+    ++t.live;
+    return s;
+}
+
 void reportFailure(uint32_t size) {
     // (size + 34) with the low three bits cleared: header, worst-case padding and data.
     long total = static_cast<long>((static_cast<uint64_t>(size) + 34) & ~uint64_t{7});
@@ -224,8 +240,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
         reportFailure(size);
         return 0;
     }
-    Slot &s = t.slots[slot];
-    ZHANDLE handle = makeHandle(slot, s.generation);
+    ZHANDLE handle = makeHandle(slot, t.slots[slot].generation);
     try {
         t.byData.emplace(data, handle);
     } catch (const std::bad_alloc &) {
@@ -237,13 +252,7 @@ ZHANDLE GlobalAlloc(uint32_t flags, uint32_t size) {
         reportFailure(size);
         return 0;
     }
-    s.data = data;
-    s.length = size;
-    s.flags = flags;
-    s.live = true;
-    s.wrapped = false;
-    s.pages = pages;
-    ++t.live;
+    occupy(slot, data, size, flags, pages);
     return handle;
 }
 
@@ -411,14 +420,7 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
     // The old handle is retired; its bytes were moved or freed above.
     t.byData.erase(old.data);
     releaseSlot((handle & kSlotMask) - 1);
-    Slot &s = t.slots[slot];
-    s.data = data;
-    s.length = newSize;
-    s.flags = flags;
-    s.live = true;
-    s.wrapped = false;
-    s.pages = pages;
-    ++t.live;
+    occupy(slot, data, newSize, flags, pages);
     return fresh;
 }
 
@@ -439,17 +441,11 @@ uint32_t GlobalCompact(uint32_t minFree) { return minFree != 0 ? minFree : 0x100
 // Wraps memory the caller owns: locking gives the pointer back, freeing
 // releases only the handle, never the memory.
 ZHANDLE GlobalPointerToHandle(void *pointer, uint32_t size) {
-    Table &t = table();
     if (injectedFailure()) return 0;
     uint32_t slot = takeSlot();
     if (slot == kMaxSlots) return 0;
-    Slot &s = t.slots[slot];
-    s.data = static_cast<uint8_t *>(pointer);
-    s.length = size;
-    s.flags = 0;
-    s.live = true;
+    Slot &s = occupy(slot, static_cast<uint8_t *>(pointer), size, 0, Pages{});
     s.wrapped = true;
-    ++t.live;
     return makeHandle(slot, s.generation);
 }
 
@@ -481,6 +477,11 @@ void *zepPtrGlobalReAlloc(void *pointer, uint32_t newSize, uint32_t flags) {
 ZHANDLE zepPtrGlobalHandle(const void *pointer) { return GlobalHandle(pointer); }
 
 namespace mivo4::mem {
+
+void Prefault(ZHANDLE block) {
+    const Slot *s = find(block);
+    if (s != nullptr && !s->view && !s->wrapped && paged(*s)) Populate(s->data, s->length);
+}
 
 ZHANDLE ExtendInFront(ZHANDLE block, uint32_t front, uint32_t length, bool *noRoom) {
     *noRoom = true;
@@ -516,15 +517,10 @@ ZHANDLE ExtendInFront(ZHANDLE block, uint32_t front, uint32_t length, bool *noRo
         reportFailure(length);
         return 0;
     }
-    Slot &v = t.slots[slot];
-    v.data = data;
-    v.length = length;
-    v.flags = GHND;
-    v.live = true;
+    Slot &v = occupy(slot, data, length, GHND, Pages{});
     v.view = true;
     v.partner = block & kSlotMask;
     shown.partner = slot + 1;
-    ++t.live;
     ++t.views;
     return handle;
 }

@@ -100,6 +100,14 @@ bool MoveTo(Pages &p, uint8_t *at, size_t capacity) {
     return true;
 }
 
+void Populate(uint8_t *data, size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+    if (bytes != 0) madvise(data, PageRound(bytes), MADV_POPULATE_WRITE);
+#else
+    (void)data, (void)bytes;
+#endif
+}
+
 bool MapFresh(uint8_t *at, size_t capacity) {
     return mmap(at, capacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }

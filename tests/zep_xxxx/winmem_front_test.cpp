@@ -5,10 +5,12 @@
 #include <mivo4/memory.h>
 
 #include <cstring>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 #include "zep_xxxx/memdebug.h"
-#include "zep_xxxx/memfront.h"
+#include "zep_xxxx/meminternal.h"
 
 namespace {
 
@@ -182,6 +184,33 @@ TEST_F(FrontView, AViewCountsAsOneAllocationAndFailsLikeOne) {
     EXPECT_NE(view, 0u) << "the room was left as it was";
     EXPECT_EQ(mivo4::mem::AllocationCount(), count + 2);
     GlobalFree(view);
+    GlobalFree(block);
+}
+
+// Pages in place for a block about to be written whole: every page resident
+// at once, no byte changed.
+TEST_F(FrontView, APrefaultedBlockHasItsPagesInPlaceAndStillReadsZero) {
+    const long page = sysconf(_SC_PAGESIZE);
+    ZHANDLE block = GlobalAlloc(GHND, kLarge);
+    auto *p = static_cast<uint8_t *>(GlobalLock(block));
+    std::vector<unsigned char> resident(kLarge / static_cast<size_t>(page));
+    auto count = [&] {
+        mincore(p, kLarge, resident.data());
+        size_t n = 0;
+        for (unsigned char r : resident) n += r & 1u;
+        return n;
+    };
+    const size_t before = count();
+    mivo4::mem::Prefault(block);
+    const size_t after = count();
+    if (after == before && before < resident.size()) {
+        GlobalFree(block);
+        GTEST_SKIP() << "this system puts no pages in place ahead of writes";
+    }
+    EXPECT_EQ(after, resident.size());
+    EXPECT_EQ(GlobalSize(block), kLarge);
+    for (uint32_t i = 0; i < kLarge; ++i) ASSERT_EQ(p[i], 0) << i;
+    mivo4::mem::Prefault(0);  // no block: nothing
     GlobalFree(block);
 }
 

@@ -14,6 +14,8 @@
 #include <span>
 #include <vector>
 
+#include "zep_xxxx/meminternal.h"
+
 namespace mivo4::color {
 
 // ---------------------------------------------------------------- sizes
@@ -50,6 +52,14 @@ inline ZHANDLE allocBytes(uint64_t n) {
     if (n <= static_cast<uint64_t>(INT32_MAX)) return rlGetMemory(1, static_cast<int32_t>(n));
     if (n <= UINT32_MAX) return GlobalAlloc(GHND, static_cast<uint32_t>(n));
     return 0;
+}
+
+// A block for a bitmap that the caller writes whole: as allocBytes, its
+// pages put in place at once.
+inline ZHANDLE allocBitmap(uint64_t n) {
+    ZHANDLE h = allocBytes(n);
+    mivo4::mem::Prefault(h);
+    return h;
 }
 
 // Locks a handle for the guard's lifetime. A handle that cannot be locked

@@ -204,7 +204,7 @@ ZHANDLE rlConvertBitmapDepth(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_
                              uint16_t num_pnew_rgb) try {
     Locked src(Hdata), srcTable(Hrgb), dstTable(Hpnew_rgb);
     const uint64_t size = bitmapSize64(w, h, dst_depth);
-    Owned result(size <= UINT32_MAX ? allocBytes(size) : 0);
+    Owned result(size <= UINT32_MAX ? allocBitmap(size) : 0);
     {
         Locked out(result.get());
         if (out) {

@@ -254,7 +254,7 @@ bool validDitherDepth(int16_t dst_depth) { return dst_depth >= 1 && dst_depth <=
 // diffused. The bytes are those of diffusing and then converting.
 ZHANDLE ditherGreysToOneBit(ZHANDLE copy, uint32_t w, uint32_t h, const VCD *table, uint16_t n) {
     const uint64_t size = bitmapSize64(w, h, 1);
-    Owned result(size <= UINT32_MAX ? allocBytes(size) : 0);
+    Owned result(size <= UINT32_MAX ? allocBitmap(size) : 0);
     Locked out(result.get()), pixels(copy);
     if (!out) return 0;
     if (!pixels) return result.release();  // as the conversion of an unreadable copy: all zero

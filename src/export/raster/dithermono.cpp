@@ -357,7 +357,7 @@ bool ditherSourceToOneBit(ZHANDLE Hdata, uint32_t w, uint32_t h, int16_t src_dep
     if (!greyEntries(entries.data(), n)) return false;
 
     const uint64_t size = bitmapSize64(w, h, 1);
-    Owned out(size <= UINT32_MAX ? allocBytes(size) : 0);
+    Owned out(size <= UINT32_MAX ? allocBitmap(size) : 0);
     Locked bits(out.get());
     result = 0;
     if (!bits) return true;

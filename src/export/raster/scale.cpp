@@ -199,7 +199,7 @@ ZHANDLE scaleBitmap(ZHANDLE hData, int16_t depth, uint32_t sw, uint32_t sh, uint
     const uint64_t size = bitmapSize64(dw, dh, depth);
     // Neither bitmap can be larger than a block can be.
     if (size > UINT32_MAX || bytesPerLine64(sw, depth) > UINT32_MAX) return 0;
-    Owned result(allocBytes(size));
+    Owned result(allocBitmap(size));
     Locked out(result.get());
     if (!out) return 0;
     Locked in(hData);

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "export/raster/scale.h"
-#include "zep_xxxx/memfront.h"
+#include "zep_xxxx/meminternal.h"
 
 namespace mivo4::color {
 
