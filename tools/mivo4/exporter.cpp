@@ -1,6 +1,5 @@
 #include "exporter.h"
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,24 +28,6 @@ ModuleMemory::~ModuleMemory() {
     }
 }
 
-namespace {
-
-// A picture's block is written whole by the reader: its pages are put in
-// place by one call (where the system has it) rather than by a fault at each
-// first write, which on some virtual machines costs ten times as much.
-void prefault(uint8_t *p, size_t bytes) {
-#ifdef MADV_POPULATE_WRITE
-    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t from = (reinterpret_cast<uintptr_t>(p) + page - 1) & ~(page - 1);
-    const uintptr_t to = (reinterpret_cast<uintptr_t>(p) + bytes) & ~(page - 1);
-    if (to > from) madvise(reinterpret_cast<void *>(from), to - from, MADV_POPULATE_WRITE);
-#else
-    (void)p, (void)bytes;
-#endif
-}
-
-}  // namespace
-
 uint8_t *ModuleMemory::allocate(size_t bytes) {
     if (bytes > 0xFFFFFFFFu) return nullptr;
     ZHANDLE h = api_.globalAlloc(GHND, static_cast<uint32_t>(bytes));
@@ -57,7 +38,6 @@ uint8_t *ModuleMemory::allocate(size_t bytes) {
         return nullptr;
     }
     blocks_.emplace_back(h, p);
-    prefault(p, bytes);
     return p;
 }
 

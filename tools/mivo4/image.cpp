@@ -1,5 +1,8 @@
 #include "image.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "membudget.h"
 #include "orient.h"
 
@@ -10,6 +13,46 @@
 #include <memory>
 
 namespace mivo4::host {
+
+namespace {
+
+// The picture a reader is filling. Its rows are put in place a few megabytes
+// ahead of the reader, a stretch at a time, rather than by a page fault at
+// each first write (on some virtual machines a fault costs ten times as
+// much); only ahead of rows actually read, so that a damaged file claiming a
+// huge picture still takes no more memory than its data fills.
+struct Filling {
+    uint8_t *pixels = nullptr;
+    size_t stride = 0;
+    uint32_t height = 0;
+    uint64_t ready = 0;  // rows [0, ready) are in place
+} filling;
+
+constexpr size_t kAhead = size_t{4} << 20;
+
+void putInPlace(uint8_t *from, uint8_t *to) {
+#ifdef MADV_POPULATE_WRITE
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t a = reinterpret_cast<uintptr_t>(from) & ~(page - 1);
+    const uintptr_t b = (reinterpret_cast<uintptr_t>(to) + page - 1) & ~(page - 1);
+    if (b > a) madvise(reinterpret_cast<void *>(a), b - a, MADV_POPULATE_WRITE);
+#else
+    (void)from, (void)to;
+#endif
+}
+
+// Puts the next stretch of rows in place once the reader is near its end.
+void prepareRows(uint64_t done) {
+    Filling &f = filling;
+    if (f.pixels == nullptr || f.ready >= f.height || done + 1 < f.ready) return;
+    const uint64_t rows = std::max<uint64_t>(1, kAhead / std::max<size_t>(f.stride, 1));
+    const uint64_t upTo = std::min<uint64_t>(f.height, done + rows);
+    // Row y lies (height - 1 - y) rows from the start: later rows lower.
+    putInPlace(f.pixels + f.stride * (f.height - upTo), f.pixels + f.stride * (f.height - f.ready));
+    f.ready = upTo;
+}
+
+}  // namespace
 
 Format sniffFormat(const uint8_t *head, size_t n) {
     static const uint8_t png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
@@ -44,6 +87,10 @@ Image readImage(const PictureSource &source, const PixelAllocator &alloc) {
     // Bytes held in memory count against the budget while the picture is decoded.
     HeldBytes held(source.inMemory ? source.bytes.size() : 0);
     Image image;
+    // Read or not, nothing more to put in place.
+    struct Done {
+        ~Done() { filling = Filling{}; }
+    } done;
     switch (format) {
     case Format::Png: image = readPng(source, alloc); break;
     case Format::Jpeg: image = readJpeg(source, alloc); break;
@@ -89,6 +136,7 @@ ReadOptions &readOptions() {
 }
 
 void reportRows(uint64_t done, uint64_t total) {
+    if (total == filling.height) prepareRows(done);
     if (const auto &told = readOptions().rowsRead) told(done, total);
 }
 
@@ -107,6 +155,8 @@ void allocatePixels(Image &image, const std::string &path, uint32_t width, uint3
                         " bits do not fit in one 4 GB block of the module's memory");
     image.pixels = alloc(bytes);
     if (image.pixels == nullptr) throw ReadError(path + ": not enough memory for the picture");
+    filling = Filling{image.pixels, image.stride(), height, 0};
+    prepareRows(0);
 }
 
 std::vector<Rgb> greyPalette() {
