@@ -76,6 +76,38 @@ TEST_P(OddHeight, APictureOneRowTallerInFrontOfItsRowsIsTheStretchedCopysFile) {
     EXPECT_TRUE(oracle::decodeG4(file.data, width, height + 1u).has_value()) << "libtiff decodes it";
 }
 
+// A host that frees its picture while the export codes it (from the progress
+// callback): a view of the picture's own rows (one bit) keeps them alive; a
+// view of the dithered rows (deeper pictures) never needed them.
+ZHANDLE gPictureToFree = 0;
+int32_t freeThePictureWhileCoding(intptr_t, int32_t, int32_t, intptr_t, intptr_t value, intptr_t, intptr_t) {
+    if (value >= 50 && gPictureToFree != 0) {
+        GlobalFree(gPictureToFree);
+        gPictureToFree = 0;
+    }
+    return 0;
+}
+
+TEST_P(OddHeight, APictureFreedByTheHostWhileItIsCodedStillGivesTheWholeFile) {
+    const auto depth = static_cast<uint16_t>(GetParam());
+    const uint16_t width = depth == 1 ? 2480 : 2900, height = depth == 1 ? 3507 : 2901;
+    uint64_t views = 0;
+    const std::vector<uint8_t> reference = exported(width, height, true, views);
+    HostPicture p(depth, width, height, 77 + depth);  // the picture exported() made
+    p.clearPadding();
+    zepRasterInfoInput ri{96, 300, 150, p.r.cx, p.r.cy, 1280, 1078};
+    gPictureToFree = p.r.hBuffer;
+    options_.GetSet_Status = &freeThePictureWhileCoding;
+    const uint64_t before = mivo4::mem::FrontViewsMade();
+    std::remove(path_.c_str());
+    EXPECT_EQ(ExportCellData(path_.c_str(), &p.r, &ri, &import_), 0);
+    options_.GetSet_Status = nullptr;
+    EXPECT_EQ(gPictureToFree, 0u) << "the host freed its picture during the export";
+    EXPECT_EQ(mivo4::mem::FrontViewsMade() - before, 1u);
+    EXPECT_EQ(GetLastExportStatus(), MIVO4_EXPORT_COMPLETE);
+    EXPECT_TRUE(oracle::readFile(path_) == reference);
+}
+
 INSTANTIATE_TEST_SUITE_P(EveryDepth, OddHeight, ::testing::Values(1, 4, 8, 24),
                          [](const testing::TestParamInfo<int> &info) {
                              return "Depth" + std::to_string(info.param);
