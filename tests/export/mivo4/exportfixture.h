@@ -15,6 +15,8 @@
 #include <random>
 #include <vector>
 
+#include "export/rowpadding.h"
+
 namespace mivo4::test {
 
 // A host-side bitmap of depth 1, 4, 8 or 24: random pixels (seeded), rows
@@ -47,14 +49,7 @@ struct HostPicture {
     }
     // Clears every bit past the pixels of each row, as readers leave them.
     void clearPadding() {
-        const uint32_t bits = uint32_t{r.cx} * r.depth;
-        const uint32_t stride = ((bits + 7) / 8 + 3) & ~3u;
-        auto *rows = static_cast<uint8_t *>(GlobalLock(r.hBuffer));
-        for (uint32_t y = 0; y < r.cy; ++y) {
-            uint8_t *row = rows + size_t{y} * stride;
-            if (bits % 8 != 0) row[bits / 8] &= static_cast<uint8_t>(0xFF00u >> (bits % 8));
-            for (uint32_t i = (bits + 7) / 8; i < stride; ++i) row[i] = 0;
-        }
+        clearRowPadding(static_cast<uint8_t *>(GlobalLock(r.hBuffer)), r.cx, r.cy, r.depth);
         GlobalUnlock(r.hBuffer);
     }
     ~HostPicture() {

@@ -128,7 +128,7 @@ TEST_P(ExportWalk, EveryAllocationFailureIsCompleteOrReportedAndLeaksNothing) {
         if (shape.height > 1000) {
             // A white page with a diagonal: few coder steps, so a short walk;
             // no bits past the pixels, as readers leave rows: a view can be made.
-            const uint32_t stride = (shape.width / 8 + 1 + 3) & ~3u;
+            const uint32_t stride = ((shape.width + 7u) / 8 + 3) & ~3u;
             auto *rows = static_cast<uint8_t *>(GlobalLock(p.r.hBuffer));
             std::memset(rows, 0, size_t{stride} * shape.height);
             for (uint32_t y = 0; y < shape.height; ++y) rows[size_t{y} * stride + (y % shape.width) / 8] = 0x80;

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "color_model.h"
+#include "export/rowpadding.h"
 #include "export/raster/scale.h"
 #include "zep_xxxx/memdebug.h"
 
@@ -20,13 +21,7 @@ constexpr uint32_t kLarge = 1u << 21;  // a new block this large has room in fro
 
 // Rows with every bit past their pixels clear, as a stretched copy has them.
 Bytes clearPadding(Bytes b, uint32_t w, uint32_t h, int depth) {
-    const uint32_t stride = bpl(w, depth);
-    const uint64_t bits = uint64_t{w} * static_cast<uint64_t>(depth);
-    for (uint32_t y = 0; y < h; ++y) {
-        uint8_t *row = b.data() + size_t{y} * stride;
-        if (bits % 8 != 0) row[bits / 8] &= static_cast<uint8_t>(0xFF00u >> (bits % 8));
-        for (uint64_t i = (bits + 7) / 8; i < stride; ++i) row[i] = 0;
-    }
+    mivo4::test::clearRowPadding(b.data(), w, h, static_cast<uint32_t>(depth));
     return b;
 }
 
