@@ -267,18 +267,18 @@ void applySettings(Setup &setup, const ExportSettings &s, bool profileLoaded) {
 
 void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &report, ProgressBar &bar) {
     std::string error;
-    std::vector<uint8_t> file = readWholeFile(out.tempPath(), error);
-    if (!error.empty()) throw ExportError(error);
-    report.bytes = file.size();
+    WrittenFile file;
+    if (!readWritten(out.tempPath(), s.verify, file, error)) throw ExportError(error);
+    report.bytes = file.size;
     // In the file way the module writes by name and keeps its errors; a file
     // system that is full is the usual reason for a short file.
     auto failed = [&](const std::string &what) {
         std::string full = s.mode == OutputMode::File ? out.writeFailure() : std::string();
         return ExportError(!full.empty() ? full : what);
     };
-    if (file.size() <= 2048)
-        throw failed("the module wrote no picture (" + std::to_string(file.size()) + " bytes)");
-    Gp4Header h = parseGp4Header(file);
+    if (file.size <= 2048)
+        throw failed("the module wrote no picture (" + std::to_string(file.size) + " bytes)");
+    Gp4Header h = parseGp4Header(file.head);
     if (!h.wellFormed || !h.width || !h.height) throw failed("the module's output has no readable header");
     report.width = *h.width;
     report.height = *h.height;
@@ -287,7 +287,7 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     // The check decodes with libtiff, from the picture libraries' module.
     if (std::string why; codecEntries(why) == nullptr)
         throw ExportError("the output cannot be checked (" + why + "); nothing was written (--no-verify skips the check)");
-    std::vector<uint8_t> coded(file.begin() + 2048, file.end());
+    const std::vector<uint8_t> coded = std::move(file.coded);
     file = {};
     bar.advance(kChecking, 0);
     uint32_t rows = 0;

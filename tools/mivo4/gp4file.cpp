@@ -118,18 +118,36 @@ bool codesMoreRows(const std::vector<uint8_t> &coded, uint32_t width, uint32_t h
     return decodeG4(coded, width, height + 1).picture.has_value();
 }
 
-std::vector<uint8_t> readWholeFile(const std::string &path, std::string &error) {
-    std::vector<uint8_t> bytes;
+bool readWritten(const std::string &path, bool withCoded, WrittenFile &w, std::string &error) {
+    w = WrittenFile{};
     std::unique_ptr<FILE, int (*)(FILE *)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
     if (!f) {
         error = path + ": cannot open: " + std::strerror(errno);
-        return bytes;
+        return false;
     }
-    uint8_t chunk[65536];
-    size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0) bytes.insert(bytes.end(), chunk, chunk + n);
-    if (std::ferror(f.get())) error = path + ": cannot read: " + std::strerror(errno);
-    return bytes;
+    auto readFailed = [&] {
+        error = path + ": cannot read: " + std::strerror(errno);
+        return false;
+    };
+    struct stat st;
+    if (fstat(fileno(f.get()), &st) != 0) return readFailed();
+    w.head.resize(kHeaderBytes);
+    w.head.resize(std::fread(w.head.data(), 1, kHeaderBytes, f.get()));
+    if (std::ferror(f.get())) return readFailed();
+    w.size = w.head.size();
+    if (S_ISREG(st.st_mode) && static_cast<uint64_t>(st.st_size) > w.size) w.size = static_cast<uint64_t>(st.st_size);
+    if (!withCoded || w.head.size() < kHeaderBytes) return true;
+    // Read straight into place: one copy of the coded data, sized once.
+    w.coded.resize(static_cast<size_t>(w.size - kHeaderBytes));
+    w.coded.resize(std::fread(w.coded.data(), 1, w.coded.size(), f.get()));
+    for (uint8_t chunk[65536]; !std::ferror(f.get());) {
+        const size_t n = std::fread(chunk, 1, sizeof chunk, f.get());
+        if (n == 0) break;
+        w.coded.insert(w.coded.end(), chunk, chunk + n);
+    }
+    if (std::ferror(f.get())) return readFailed();
+    w.size = kHeaderBytes + w.coded.size();
+    return true;
 }
 
 bool writePbm(const Bilevel &b, FILE *f, const std::string &name, std::string &error) {

@@ -101,7 +101,13 @@ protected:
 std::unique_ptr<BilevelWriter> pbmWriter(FILE *f, uint32_t width, uint32_t height, const std::string &name);
 std::unique_ptr<BilevelWriter> pngWriter(FILE *f, uint32_t width, uint32_t height, const std::string &name);
 
-std::vector<uint8_t> readWholeFile(const std::string &path, std::string &error);
+// A file the module has just written: its size, its first 2048 bytes (fewer
+// when it is shorter) and, only when asked for, the coded data after them.
+struct WrittenFile {
+    uint64_t size = 0;
+    std::vector<uint8_t> head, coded;
+};
+bool readWritten(const std::string &path, bool withCoded, WrittenFile &file, std::string &error);
 
 // A GP4 file as info and decode take it: the header, then the coded data,
 // read only once the header is sound and only up to the memory budget.
