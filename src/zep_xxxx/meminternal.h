@@ -30,4 +30,9 @@ ZHANDLE ExtendInFront(ZHANDLE block, uint32_t front, uint32_t length, bool *noRo
 // blocks in pages of their own; it changes no byte and no answer.
 void Prefault(ZHANDLE block);
 
+// The same for bytes [from, to) of a block (clamped to its length): a block
+// written front to back over a long time, such as coded data, put in place a
+// stretch ahead of the writer.
+void Prefault(ZHANDLE block, uint32_t from, uint32_t to);
+
 }  // namespace mivo4::mem

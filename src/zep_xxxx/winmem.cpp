@@ -478,9 +478,13 @@ ZHANDLE zepPtrGlobalHandle(const void *pointer) { return GlobalHandle(pointer); 
 
 namespace mivo4::mem {
 
-void Prefault(ZHANDLE block) {
+void Prefault(ZHANDLE block) { Prefault(block, 0, UINT32_MAX); }
+
+void Prefault(ZHANDLE block, uint32_t from, uint32_t to) {
     const Slot *s = find(block);
-    if (s != nullptr && !s->view && !s->wrapped && paged(*s)) Populate(s->data, s->length);
+    if (s == nullptr || s->view || s->wrapped || !paged(*s)) return;
+    to = std::min(to, s->length);
+    if (from < to) Populate(s->data + from, to - from);
 }
 
 ZHANDLE ExtendInFront(ZHANDLE block, uint32_t front, uint32_t length, bool *noRoom) {

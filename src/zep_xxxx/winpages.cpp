@@ -102,7 +102,12 @@ bool MoveTo(Pages &p, uint8_t *at, size_t capacity) {
 
 void Populate(uint8_t *data, size_t bytes) {
 #ifdef MADV_POPULATE_WRITE
-    if (bytes != 0) madvise(data, PageRound(bytes), MADV_POPULATE_WRITE);
+    if (bytes == 0) return;
+    // Whole pages from the one that holds the first byte.
+    const uintptr_t page = pageSize();
+    const uintptr_t from = reinterpret_cast<uintptr_t>(data) & ~(page - 1);
+    const uintptr_t to = (reinterpret_cast<uintptr_t>(data) + bytes + page - 1) & ~(page - 1);
+    madvise(reinterpret_cast<void *>(from), to - from, MADV_POPULATE_WRITE);
 #else
     (void)data, (void)bytes;
 #endif

@@ -59,7 +59,7 @@ bool MoveToSpare(Pages &p);
 // False, with the old pages untouched, when the move fails.
 bool MoveTo(Pages &p, uint8_t *at, size_t capacity);
 
-// Puts the pages of [data, data + bytes) in place at once, as a first write
+// Puts the pages that hold [data, data + bytes) in place at once, as a first write
 // would one fault at a time (where the system can; nothing otherwise).
 void Populate(uint8_t *data, size_t bytes);
 

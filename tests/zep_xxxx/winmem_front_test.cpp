@@ -214,4 +214,38 @@ TEST_F(FrontView, APrefaultedBlockHasItsPagesInPlaceAndStillReadsZero) {
     GlobalFree(block);
 }
 
+// A stretch of a block put in place ahead of a writer: the pages that hold the
+// stretch (from a byte within a page) and no others, clamped to the block's
+// length, with its written bytes kept.
+TEST_F(FrontView, APartOfABlockPutInPlaceTakesOnlyThePagesThatHoldIt) {
+    const auto page = static_cast<uint32_t>(sysconf(_SC_PAGESIZE));
+    ZHANDLE block = GlobalAlloc(GHND, kLarge);
+    auto *p = static_cast<uint8_t *>(GlobalLock(block));
+    p[0] = 7;  // the first page is written, the rest untouched
+    std::vector<unsigned char> resident(kLarge / page);
+    auto residentPages = [&] {
+        mincore(p, kLarge, resident.data());
+        std::vector<uint32_t> in;
+        for (uint32_t i = 0; i < resident.size(); ++i)
+            if (resident[i] & 1u) in.push_back(i);
+        return in;
+    };
+    mivo4::mem::Prefault(block, 3 * page + 100, 5 * page + 1);
+    const std::vector<uint32_t> in = residentPages();
+    if (in.size() == 1) {
+        GlobalFree(block);
+        GTEST_SKIP() << "this system puts no pages in place ahead of writes";
+    }
+    EXPECT_EQ(in, (std::vector<uint32_t>{0, 3, 4, 5}));
+    // Past the end: clamped to the block, the last page taken.
+    mivo4::mem::Prefault(block, kLarge - 10, UINT32_MAX);
+    EXPECT_EQ(residentPages().back(), kLarge / page - 1);
+    EXPECT_EQ(residentPages().size(), 5u);
+    mivo4::mem::Prefault(block, 10, 10);  // nothing to put in place
+    EXPECT_EQ(residentPages().size(), 5u);
+    EXPECT_EQ(p[0], 7);
+    for (uint32_t i = 1; i < kLarge; ++i) ASSERT_EQ(p[i], 0) << i;
+    GlobalFree(block);
+}
+
 }  // namespace

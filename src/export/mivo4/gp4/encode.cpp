@@ -20,12 +20,14 @@
 #include <mivo4/stream.h>
 #include <mivo4/util.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
 
 #include "export/mivo4/expstat.h"
+#include "zep_xxxx/meminternal.h"
 #include "export/mivo4/gp4/g4find.h"
 #include "export/mivo4/gp4/rowfeed.h"
 
@@ -281,6 +283,18 @@ struct Grown {
     return {*hOutBuf != 0 ? buf : nullptr, size};
 }
 
+// Coded bytes are written front to back, a row at a time: their pages are
+// put in place a stretch ahead of the writer by one call rather than by a
+// fault at each first write (see mivo4::mem::Prefault). Out of line, as Grow.
+constexpr uint32_t kPlaceAhead = 256 * 1024;
+// Gives how far the bytes are then in place: from `from`, a stretch or up to
+// the block's `size`.
+[[gnu::noinline]] uint32_t PlaceAhead(ZHANDLE hOutBuf, uint32_t from, uint32_t size) {
+    const uint32_t to = size - from > kPlaceAhead ? from + kPlaceAhead : size;
+    mivo4::mem::Prefault(hOutBuf, from, to);
+    return to;
+}
+
 // Asks the host whether to go on; true when it wants the band stopped.
 [[gnu::noinline]] bool Cancelled(const Gp4_SetupData *setup, uint32_t Temp) {
     EXPORT_OPTIONS *lpExport = setup->lpExport;
@@ -311,6 +325,7 @@ void CodeRows(Band &b, Search search) {
     uint32_t reportedRow = UINT32_MAX;
     uint32_t lastTemp = UINT32_MAX;
     bool cancelled = false;
+    uint32_t placed = 0;  // coded bytes before this are in place
 
     auto grow = [&]() {
         Grown g = Grow(b.hOutBuf, out.buf, nOutSize);
@@ -373,6 +388,8 @@ void CodeRows(Band &b, Search search) {
         //    carries it; a non-zero answer stops the band at that step.
         if (RowCount != reportedRow) {
             reportedRow = RowCount;
+            if (placed < nOutSize && uint64_t{out.BytePos()} + kPlaceAhead / 2 >= placed)
+                placed = PlaceAhead(*b.hOutBuf, std::max(placed, out.BytePos()), nOutSize);
             uint32_t Temp = 50 + static_cast<uint32_t>((RowCount + 1) * 50.0 / ScanLines);
             if (Temp != lastTemp) {
                 lastTemp = Temp;
