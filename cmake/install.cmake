@@ -1,7 +1,8 @@
 # What `cmake --install` lays out, and the .deb that CPack makes of it:
 #   bin/mivo4                         the command-line host
 #   lib/mivo4/mivo42.flt              the module (a host opens it with dlopen)
-#   lib/mivo4/mivo4-codecs.so         the host's picture readers and decoder, loaded when needed
+#   lib/mivo4/mivo4-{png,jpeg,tiff}.so the host's picture readers and decoder, one module per
+#                                     picture library, each loaded when a job needs it
 #   include/mivo4/*.h                 the public C headers
 #   lib/pkgconfig/mivo4.pc            pkg-config: flags, and the module's path
 #   lib/cmake/mivo4/                  find_package(mivo4 CONFIG): mivo4::mivo4
@@ -33,7 +34,7 @@ install(FILES ${PROJECT_BINARY_DIR}/mivo4Config.cmake ${PROJECT_BINARY_DIR}/mivo
 
 if(MIVO4_BUILD_TOOLS)
   install(TARGETS mivo4 RUNTIME DESTINATION bin COMPONENT runtime)
-  install(TARGETS mivo4_codecs LIBRARY DESTINATION ${MIVO4_INSTALL_MODULEDIR} COMPONENT runtime)
+  install(TARGETS ${MIVO4_CODEC_MODULES} LIBRARY DESTINATION ${MIVO4_INSTALL_MODULEDIR} COMPONENT runtime)
   # The manual page is made from the program's own --help, so that it never
   # disagrees with it; the version is the project's (mivo4 --version would
   # also name the build tree's module).

@@ -36,7 +36,8 @@ case $mode in
 install)
   prefix=$scratch/prefix
   cmake --install "$build" --prefix "$prefix" >/dev/null
-  for f in bin/mivo4 lib/mivo4/mivo42.flt lib/mivo4/mivo4-codecs.so include/mivo4/raster.h include/mivo4/version.h \
+  for f in bin/mivo4 lib/mivo4/mivo42.flt lib/mivo4/mivo4-png.so lib/mivo4/mivo4-jpeg.so \
+           lib/mivo4/mivo4-tiff.so include/mivo4/raster.h include/mivo4/version.h \
            lib/pkgconfig/mivo4.pc lib/cmake/mivo4/mivo4Config.cmake lib/cmake/mivo4/mivo4ConfigVersion.cmake \
            share/man/man1/mivo4.1 share/doc/mivo4/README.md; do
     [ -e "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
@@ -68,7 +69,9 @@ deb)
   done
   contents=$(dpkg-deb -c "$deb")
   grep -q "./usr/lib/mivo4/mivo42.flt" <<<"$contents" || { echo "the package has no module"; exit 1; }
-  grep -q "./usr/lib/mivo4/mivo4-codecs.so" <<<"$contents" || { echo "the package has no picture libraries' module"; exit 1; }
+  for codec in png jpeg tiff; do
+    grep -q "./usr/lib/mivo4/mivo4-$codec.so" <<<"$contents" || { echo "the package has no mivo4-$codec.so"; exit 1; }
+  done
   root=$scratch/root
   dpkg -x "$deb" "$root"
   check_host "$root/usr/bin/mivo4" "$root/usr/lib/mivo4/mivo42.flt"

@@ -1,9 +1,12 @@
-// The picture libraries' module (PNG, JPEG and TIFF readers, libtiff's
-// decoder, the PNG writer): the program loads it only when a job needs it,
-// and without it says so in one line and still does what needs none of it.
+// The picture libraries' modules (mivo4-png.so, mivo4-jpeg.so, mivo4-tiff.so:
+// the readers, libtiff's decoder, the PNG writer): the program loads one only
+// when a job needs it, and without it says so in one line and still does
+// what needs none of it.
 #include <cstdlib>
+#include <filesystem>
 
 #include "clirun.h"
+#include "inputpictures.h"
 #include "toolfixture.h"
 
 using toolstest::contains;
@@ -22,7 +25,7 @@ void writePbm(const std::string &path) {
 
 Outcome withoutCodecs(const std::vector<std::string> &args, const ScratchDir &dir) {
     RunOptions o;
-    o.env.push_back("MIVO4_CODECS=" + (dir / "missing-codecs.so"));
+    o.env.push_back("MIVO4_CODECS=" + (dir / "no-picture-libraries"));
     return runMivo4(args, dir, o);
 }
 
@@ -76,14 +79,50 @@ TEST(PictureLibraries, WithoutThemAPngIsRefusedInOneLineAndAPnmStillExports) {
 TEST(PictureLibraries, AFileThatIsNotTheirModuleIsRefusedLikeAMissingOne) {
     ScratchDir dir;
     writePbm(dir / "a.pbm");
-    toolstest::writeBytes(dir / "missing-codecs.so", "not a shared object", {});
+    const std::string libs = dir / "no-picture-libraries", tiff = libs + "/mivo4-tiff.so";
+    std::filesystem::create_directory(libs);
+    toolstest::writeBytes(tiff, "not a shared object", {});
     Outcome r = withoutCodecs({"export", dir / "a.pbm", dir / "a.cal"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(contains(r.err, "cannot load the picture libraries")) << r.err;
     // The module itself is a shared object, but not this one.
-    RunOptions o;
-    o.env.push_back(std::string("MIVO4_CODECS=") + MIVO4_MODULE_PATH);
-    r = runMivo4({"export", dir / "a.pbm", dir / "b.cal"}, dir, o);
+    std::filesystem::remove(tiff);
+    std::filesystem::copy_file(MIVO4_MODULE_PATH, tiff);
+    r = withoutCodecs({"export", dir / "a.pbm", dir / "b.cal"}, dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(contains(r.err, "not the picture libraries of this mivo4")) << r.err;
+}
+
+// Each job maps only the picture library it uses, as the dynamic loader
+// reports the files it opens.
+TEST(PictureLibraries, AJobLoadsOnlyTheLibraryItsPictureNeeds) {
+    ScratchDir dir;
+    std::vector<uint8_t> px(40 * 30 * 3);
+    for (size_t i = 0; i < px.size(); ++i) px[i] = static_cast<uint8_t>(i * 7);
+    ASSERT_TRUE(toolstest::writeJpegFile(dir / "a.jpg", 40, 30, 3, px));
+    writePbm(dir / "a.pbm");
+    Outcome r = runMivo4({"export", "-q", dir / "a.pbm", dir / "a.cal"}, dir);
+    ASSERT_EQ(r.code, 0) << r.err;
+    r = runMivo4({"decode", dir / "a.cal", dir / "a.png"}, dir);
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto opened = [&](const std::vector<std::string> &args) {
+        RunOptions o;
+        o.env.push_back("LD_DEBUG=files");
+        Outcome run = runMivo4(args, dir, o);
+        EXPECT_EQ(run.code, 0) << run.err;
+        std::vector<std::string> libs;
+        for (const char *lib : {"mivo4-png.so", "mivo4-jpeg.so", "mivo4-tiff.so", "libpng", "libjpeg", "libtiff"})
+            if (contains(run.err, std::string("file=") + lib) || contains(run.err, std::string("/") + lib))
+                libs.push_back(lib);
+        return libs;
+    };
+    EXPECT_EQ(opened({"export", "-q", "--no-verify", dir / "a.jpg", dir / "b.cal"}),
+              (std::vector<std::string>{"mivo4-jpeg.so", "libjpeg"}));
+    EXPECT_EQ(opened({"export", "-q", "--no-verify", dir / "a.png", dir / "c.cal"}),
+              (std::vector<std::string>{"mivo4-png.so", "libpng"}));
+    EXPECT_EQ(opened({"export", "-q", "--no-verify", dir / "a.pbm", dir / "d.cal"}), std::vector<std::string>{});
+    // The check decodes with libtiff (which brings libjpeg for its own use).
+    std::vector<std::string> checked = opened({"export", "-q", dir / "a.pbm", dir / "e.cal"});
+    EXPECT_TRUE(std::find(checked.begin(), checked.end(), "mivo4-tiff.so") != checked.end());
+    EXPECT_TRUE(std::find(checked.begin(), checked.end(), "mivo4-png.so") == checked.end());
 }

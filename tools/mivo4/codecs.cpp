@@ -7,34 +7,34 @@ namespace mivo4::host {
 
 namespace {
 
-const CodecEntries &readers(const PictureSource &source) {
+const CodecEntries &readers(const PictureSource &source, Codec which) {
     std::string why;
-    const CodecEntries *codecs = codecEntries(why);
+    const CodecEntries *codecs = codecEntries(which, why);
     if (codecs == nullptr) throw ReadError(source.name + ": " + why);
     return *codecs;
 }
 
 }  // namespace
 
-Image readPng(const PictureSource &source, const PixelAllocator &alloc) { return readers(source).readPng(source, alloc); }
+Image readPng(const PictureSource &source, const PixelAllocator &alloc) { return readers(source, Codec::Png).readPng(source, alloc); }
 
 Image readJpeg(const PictureSource &source, const PixelAllocator &alloc) {
-    return readers(source).readJpeg(source, alloc);
+    return readers(source, Codec::Jpeg).readJpeg(source, alloc);
 }
 
 Image readTiff(const PictureSource &source, const PixelAllocator &alloc) {
-    return readers(source).readTiff(source, alloc);
+    return readers(source, Codec::Tiff).readTiff(source, alloc);
 }
 
 DecodeResult decodeG4(const std::vector<uint8_t> &coded, uint32_t width, uint32_t height) {
     std::string why;
-    const CodecEntries *codecs = codecEntries(why);
+    const CodecEntries *codecs = codecEntries(Codec::Tiff, why);
     if (codecs == nullptr) return DecodeResult{std::nullopt, why};
     return codecs->decodeG4(coded, width, height);
 }
 
 G4RowDecoder::G4RowDecoder(const std::vector<uint8_t> &coded, uint32_t width, uint32_t rows) {
-    codecs_ = codecEntries(problem_);
+    codecs_ = codecEntries(Codec::Tiff, problem_);
     if (codecs_ != nullptr) state_ = codecs_->openG4(coded, width, rows, problem_);
 }
 
@@ -62,13 +62,13 @@ public:
 }  // namespace
 
 bool writePng(const Bilevel &b, FILE *f, const std::string &name, std::string &error) {
-    const CodecEntries *codecs = codecEntries(error);
+    const CodecEntries *codecs = codecEntries(Codec::Png, error);
     return codecs != nullptr && codecs->writePng(b, f, name, error);
 }
 
 std::unique_ptr<BilevelWriter> pngWriter(FILE *f, uint32_t width, uint32_t height, const std::string &name) {
     std::string why;
-    const CodecEntries *codecs = codecEntries(why);
+    const CodecEntries *codecs = codecEntries(Codec::Png, why);
     if (codecs == nullptr) return std::make_unique<Unwritable>(name + ": " + why);
     return codecs->pngWriter(f, width, height, name);
 }

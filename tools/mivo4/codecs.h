@@ -1,10 +1,10 @@
-// The host's parts that need the picture libraries (libpng, libjpeg, libtiff):
-// the PNG, JPEG and TIFF readers, libtiff's Group 4 decoder and the PNG
-// writer. The program loads them from a module of their own
-// (mivo4-codecs.so) the first time a job needs one, so that a job that does
-// not (a PNM picture exported without the check, the driver path, `info`
-// without decoding) neither loads nor maps those libraries and theirs. The
-// tests and fuzz targets link them in.
+// The host's parts that need the picture libraries, each in a module of its
+// own: mivo4-png.so (libpng: the PNG reader and writer), mivo4-jpeg.so
+// (libjpeg: the JPEG reader) and mivo4-tiff.so (libtiff: the TIFF reader and
+// its Group 4 decoder). The program loads one the first time a job needs it,
+// so that a job neither loads nor maps the libraries it does not use: a PNM
+// picture exported without the check loads none, a JPEG one only libjpeg.
+// The tests and fuzz targets link them in.
 #pragma once
 
 #include <cstdint>
@@ -34,24 +34,30 @@ bool writePng(const Bilevel &b, FILE *f, const std::string &name, std::string &e
 std::unique_ptr<BilevelWriter> pngWriter(FILE *f, uint32_t width, uint32_t height, const std::string &name);
 }  // namespace codec
 
+// A module's table: its own parts are set, the others null.
 struct CodecEntries {
-    uint32_t size;  // sizeof(CodecEntries) of the build that made the table
-    decltype(&codec::readPng) readPng;
-    decltype(&codec::readJpeg) readJpeg;
-    decltype(&codec::readTiff) readTiff;
-    decltype(&codec::decodeG4) decodeG4;
-    decltype(&codec::openG4) openG4;
-    decltype(&codec::nextG4) nextG4;
-    decltype(&codec::closeG4) closeG4;
-    decltype(&codec::writePng) writePng;
-    decltype(&codec::pngWriter) pngWriter;
+    uint32_t size = 0;  // sizeof(CodecEntries) of the build that made the table
+    decltype(&codec::readPng) readPng = nullptr;
+    decltype(&codec::readJpeg) readJpeg = nullptr;
+    decltype(&codec::readTiff) readTiff = nullptr;
+    decltype(&codec::decodeG4) decodeG4 = nullptr;
+    decltype(&codec::openG4) openG4 = nullptr;
+    decltype(&codec::nextG4) nextG4 = nullptr;
+    decltype(&codec::closeG4) closeG4 = nullptr;
+    decltype(&codec::writePng) writePng = nullptr;
+    decltype(&codec::pngWriter) pngWriter = nullptr;
 };
 
-// The table: linked in, or loaded on first use. Null, with why set, when the
-// module cannot be loaded.
-const CodecEntries *codecEntries(std::string &why);
+// The picture libraries, one module each.
+enum class Codec { Png, Jpeg, Tiff };
+
+// One module's table: linked in, or loaded on first use. Null, with why set,
+// when the module cannot be loaded.
+const CodecEntries *codecEntries(Codec which, std::string &why);
 
 }  // namespace mivo4::host
 
-// The module's one entry: its table.
-extern "C" const mivo4::host::CodecEntries *mivo4CodecEntries();
+// Each module's one entry: its table.
+extern "C" const mivo4::host::CodecEntries *mivo4PngEntries();
+extern "C" const mivo4::host::CodecEntries *mivo4JpegEntries();
+extern "C" const mivo4::host::CodecEntries *mivo4TiffEntries();

@@ -3,6 +3,13 @@
 
 namespace mivo4::host {
 
-const CodecEntries *codecEntries(std::string &) { return mivo4CodecEntries(); }
+const CodecEntries *codecEntries(Codec which, std::string &) {
+    switch (which) {
+    case Codec::Png: return mivo4PngEntries();
+    case Codec::Jpeg: return mivo4JpegEntries();
+    case Codec::Tiff: break;
+    }
+    return mivo4TiffEntries();
+}
 
 }  // namespace mivo4::host

@@ -284,8 +284,8 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     report.height = *h.height;
     report.density = h.density.value_or(0);
     if (!s.verify) return;
-    // The check decodes with libtiff, from the picture libraries' module.
-    if (std::string why; codecEntries(why) == nullptr)
+    // The check decodes with libtiff, from its module.
+    if (std::string why; codecEntries(Codec::Tiff, why) == nullptr)
         throw ExportError("the output cannot be checked (" + why + "); nothing was written (--no-verify skips the check)");
     const std::vector<uint8_t> coded = std::move(file.coded);
     file = {};

@@ -85,7 +85,8 @@ void *Module::symbol(const char *name) const {
 #endif
 
 std::string installedFile(const char *variable, const char *name, const char *argv0) {
-    if (const char *env = std::getenv(variable); env != nullptr && env[0] != '\0') return env;
+    if (const char *env = variable != nullptr ? std::getenv(variable) : nullptr; env != nullptr && env[0] != '\0')
+        return env;
     char self[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
     std::string dir;

@@ -73,9 +73,9 @@ private:
 // else mivo42.flt beside the executable (a build tree).
 std::string defaultModulePath(const char *argv0);
 
-// Where a file installed with the module is: $variable when set, else
-// PREFIX/lib/mivo4/name for an installed program, else name beside the
-// program (a build tree).
+// Where a file installed with the module is: $variable when set (a null
+// variable is never set), else PREFIX/lib/mivo4/name for an installed
+// program, else name beside the program (a build tree).
 std::string installedFile(const char *variable, const char *name, const char *argv0 = nullptr);
 
 }  // namespace mivo4::host
