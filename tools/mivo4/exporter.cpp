@@ -477,8 +477,9 @@ ExportReport runExport(const Module &module, const ExportSettings &settings, Ato
 
     std::string name;
     if (settings.mode == OutputMode::File) {
-        // The module writes the temporary file itself, by name.
-        if (!out.closeStream()) throw ExportError(out.error());
+        // The module writes the temporary file itself, by name: the empty
+        // file is closed, not synced (its bytes are, before the commit).
+        if (!out.closeStream(false)) throw ExportError(out.error());
         name = out.tempPath();
     } else if (settings.mode == OutputMode::Callback) {
         name = out.destination();  // a label only: the callback writes the host's stream

@@ -158,11 +158,11 @@ bool AtomicOutput::open(const std::string &destination, const std::string &input
     return true;
 }
 
-bool AtomicOutput::closeStream() {
+bool AtomicOutput::closeStream(bool sync) {
     if (file_ == nullptr) return true;
     bool ok = std::fflush(file_) == 0;
     int err = errno;
-    if (ok && ::fsync(fileno(file_)) != 0 && errno != EINVAL && errno != EROFS) {
+    if (ok && sync && ::fsync(fileno(file_)) != 0 && errno != EINVAL && errno != EROFS) {
         ok = false;
         err = errno;
     }
