@@ -364,9 +364,10 @@ ZHANDLE GlobalReAlloc(ZHANDLE handle, uint32_t newSize, uint32_t flags) {
             t.byData.erase(at);
         }
         // A new range with room to grow by half again (exactly the length
-        // when shrinking), and a spare range for the next move.
+        // when shrinking), and a spare range for the next move; from a
+        // megabyte on, whole page tables, which move as one entry each.
         const size_t want = newSize > old.length ? size_t{newSize} + newSize / 2 : size_t{newSize};
-        const size_t capacity = mivo4::mem::PageRound(want);
+        const size_t capacity = want >= kFreshPagesFrom ? mivo4::mem::TableRound(want) : mivo4::mem::PageRound(want);
         uint8_t *at = mivo4::mem::ReserveAligned(capacity);
         if (at == nullptr) return false;
         if (!know(at)) {

@@ -33,6 +33,8 @@ size_t PageRound(size_t bytes) {
     return (std::max<size_t>(bytes, 1) + page - 1) / page * page;
 }
 
+size_t TableRound(size_t bytes) { return (std::max<size_t>(bytes, 1) + kTableSpan - 1) / kTableSpan * kTableSpan; }
+
 uint8_t *ReserveAligned(size_t len) { return ReserveAligned(len, 0); }
 
 uint8_t *ReserveAligned(size_t len, size_t front) {

@@ -23,6 +23,12 @@ struct Pages {
 // Whole pages for `bytes` bytes (at least one page).
 size_t PageRound(size_t bytes);
 
+// Whole page tables (2 MiB) for `bytes` bytes: pages at such a boundary, in a
+// range of such a length, move between addresses as whole tables, one entry
+// each, instead of one entry per page. Only address space: pages never
+// written hold no memory.
+size_t TableRound(size_t bytes);
+
 // Address space for len bytes at a 2 MiB boundary, holding nothing yet; null
 // when there is none. Page tables move whole between such addresses.
 uint8_t *ReserveAligned(size_t len);

@@ -5,6 +5,8 @@
 #include <mivo4/memory.h>
 
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
@@ -246,6 +248,32 @@ TEST_F(FrontView, APartOfABlockPutInPlaceTakesOnlyThePagesThatHoldIt) {
     EXPECT_EQ(p[0], 7);
     for (uint32_t i = 1; i < kLarge; ++i) ASSERT_EQ(p[i], 0) << i;
     GlobalFree(block);
+}
+
+// A block of a megabyte or more that grows gets a range of whole 2 MiB page
+// tables, so that every later move of its pages moves whole tables: the
+// mapping that holds it starts at such a boundary and is a whole number of
+// them long.
+TEST_F(FrontView, AGrownLargeBlockLiesInWholePageTables) {
+    constexpr uintptr_t kTable = uintptr_t{2} << 20;
+    ZHANDLE h = GlobalAlloc(GHND, 1u << 20);
+    ZHANDLE g = GlobalReAlloc(h, (1u << 20) + 5000, GHND);
+    ASSERT_NE(g, 0u);
+    const auto at = reinterpret_cast<uintptr_t>(GlobalLock(g));
+    std::ifstream maps("/proc/self/maps");
+    bool found = false;
+    for (std::string line; std::getline(maps, line);) {
+        uintptr_t from = 0, to = 0;
+        char dash = 0;
+        std::istringstream in(line);
+        in >> std::hex >> from >> dash >> to;
+        if (at < from || at >= to) continue;
+        found = true;
+        EXPECT_EQ(from % kTable, 0u) << line;
+        EXPECT_EQ((to - from) % kTable, 0u) << line;
+    }
+    EXPECT_TRUE(found);
+    GlobalFree(g);
 }
 
 }  // namespace
