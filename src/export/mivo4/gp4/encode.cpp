@@ -198,10 +198,16 @@ enum class StepStop {
         }
         put(Code32(table[len]), table[len][0]);
     };
+    // The reference walk, as ListSearch::Step takes it: ib moves to the first
+    // element at or after `from` (a0 + 1, or 0 at a0 = 0). Done here for the
+    // step in hand, and then at the end of each step for the next one, where
+    // the step itself tells how far it goes.
+    auto walkTo = [&](uint32_t from) {
+        while (ref[ib] < from) ++ib;
+    };
+    walkTo(a0 == 0 ? 0 : a0 + 1);
     StepStop stop;
     for (;;) {
-        uint32_t from = a0 == 0 ? 0 : a0 + 1;
-        while (ref[ib] < from) ++ib;
         uint32_t j = ib + ((ib & 1) ^ black);
         uint32_t a1 = pa[0];
         uint32_t b1 = ref[j];
@@ -209,12 +215,21 @@ enum class StepStop {
         if (b2 < a1) {
             put(Code32(twoD[GP4_MODE_PASS]), twoD[GP4_MODE_PASS][0]);
             a0 = b2;
+            // Every element up to b2 is behind; the list ascends past it.
+            ib = j + 2;
         } else if (a1 - b1 + 3 <= 6) {
             const uint32_t *e = twoD[GP4_MODE_V0 + static_cast<int32_t>(a1 - b1)];
             put(Code32(e), e[0]);
             a0 = a1;
             black ^= 1;
             pa += 1;
+            // The elements before a1 + 1 are at most the three from ib: j
+            // is ib or the one after, and the one after b2 (b2 >= a1 here)
+            // lies past a1. Counted without a branch: how many there are
+            // follows the pixels and is hard to foretell.
+            const uint32_t from = a1 + (a1 != 0 ? 1 : 0);
+            ib += static_cast<uint32_t>(ref[ib] < from) + static_cast<uint32_t>(ref[ib + 1] < from) +
+                  static_cast<uint32_t>(ref[ib + 2] < from);
         } else {
             uint32_t a2 = pa[1];
             uint32_t run1 = a1 - a0;
@@ -236,6 +251,7 @@ enum class StepStop {
             }
             a0 = a2;
             pa += 2;
+            walkTo(a0 + 1);
         }
         if (a0 == width) {
             stop = StepStop::RowDone;
