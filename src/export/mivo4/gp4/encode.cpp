@@ -226,8 +226,10 @@ enum class StepStop {
             // The elements before a1 + 1 are at most the three from ib: j
             // is ib or the one after, and the one after b2 (b2 >= a1 here)
             // lies past a1. Counted without a branch: how many there are
-            // follows the pixels and is hard to foretell.
-            const uint32_t from = a1 + (a1 != 0 ? 1 : 0);
+            // follows the pixels and is hard to foretell. At the row's end
+            // (a1 = width) the count stops at the closing elements, so that
+            // it reads no further than they go.
+            const uint32_t from = std::min(a1 + (a1 != 0 ? 1 : 0), width);
             ib += static_cast<uint32_t>(ref[ib] < from) + static_cast<uint32_t>(ref[ib + 1] < from) +
                   static_cast<uint32_t>(ref[ib + 2] < from);
         } else {
@@ -251,7 +253,9 @@ enum class StepStop {
             }
             a0 = a2;
             pa += 2;
-            walkTo(a0 + 1);
+            // At the row's end there is no next step (and every element
+            // left, the closing ones too, lies before width + 1).
+            if (a0 != width) walkTo(a0 + 1);
         }
         if (a0 == width) {
             stop = StepStop::RowDone;
