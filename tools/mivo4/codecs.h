@@ -48,7 +48,8 @@ struct CodecEntries {
     decltype(&codec::pngWriter) pngWriter = nullptr;
 };
 
-// The picture libraries, one module each.
+// The picture libraries, one module each (codecs_loaded.cpp names their
+// files in this order).
 enum class Codec { Png, Jpeg, Tiff };
 
 // One module's table: linked in, or loaded on first use. Null, with why set,

@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <mutex>
 
 #include "codecs.h"
@@ -44,13 +45,16 @@ void load(Loaded &l, const char *name, const char *entryName) {
 }  // namespace
 
 const CodecEntries *codecEntries(Codec which, std::string &why) {
-    static Loaded png, jpeg, tiff;
-    Loaded &l = which == Codec::Png ? png : which == Codec::Jpeg ? jpeg : tiff;
-    const char *name = which == Codec::Png ? "mivo4-png.so" : which == Codec::Jpeg ? "mivo4-jpeg.so" : "mivo4-tiff.so";
-    const char *entry = which == Codec::Png    ? "mivo4PngEntries"
-                        : which == Codec::Jpeg ? "mivo4JpegEntries"
-                                               : "mivo4TiffEntries";
-    std::call_once(l.once, [&] { load(l, name, entry); });
+    // In the order of Codec.
+    static constexpr struct {
+        const char *file, *entry;
+    } kModules[] = {{"mivo4-png.so", "mivo4PngEntries"},
+                    {"mivo4-jpeg.so", "mivo4JpegEntries"},
+                    {"mivo4-tiff.so", "mivo4TiffEntries"}};
+    static Loaded loaded[std::size(kModules)];
+    const auto i = static_cast<size_t>(which);
+    Loaded &l = loaded[i];
+    std::call_once(l.once, [&] { load(l, kModules[i].file, kModules[i].entry); });
     if (l.table == nullptr) why = l.problem;
     return l.table;
 }

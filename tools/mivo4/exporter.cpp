@@ -287,12 +287,10 @@ void checkWritten(AtomicOutput &out, const ExportSettings &s, ExportReport &repo
     // The check decodes with libtiff, from its module.
     if (std::string why; codecEntries(Codec::Tiff, why) == nullptr)
         throw ExportError("the output cannot be checked (" + why + "); nothing was written (--no-verify skips the check)");
-    const std::vector<uint8_t> coded = std::move(file.coded);
-    file = {};
     bar.advance(kChecking, 0);
     uint32_t rows = 0;
     const double height = *h.height;
-    G4Check c = checkG4(coded, *h.width, *h.height, [&](const uint8_t *) {
+    G4Check c = checkG4(file.coded, *h.width, *h.height, [&](const uint8_t *) {
         bar.advance(kChecking, ++rows / height);
         return true;
     });
