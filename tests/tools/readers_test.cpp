@@ -139,6 +139,49 @@ TEST(PnmReader, P6IsTwentyFourBitRedGreenBlueBottomRowFirst) {
     EXPECT_EQ(im.pixels[0], toolstest::pattern(0, h - 1, 0)) << "buffer row 0 is the bottom row";
 }
 
+// A file's raster is read in pieces of a quarter megabyte that end inside
+// rows; the same bytes read from memory go through the stream alone.
+TEST(PnmReader, RastersOfManyReadsComeBackAsTheSameBytesFromAFileAsFromMemory) {
+    ScratchDir dir;
+    // Rows of 1127, 1001, 3003 and 6006 bytes: no piece ends on a row.
+    struct Kind {
+        const char *name, *header;
+        uint32_t w, h, bytesPerPixel;  // 0: one bit
+    };
+    const Kind kinds[] = {{"a.pbm", "P4\n9011 250\n", 9011, 250, 0},
+                          {"b.pgm", "P5\n1001 311\n255\n", 1001, 311, 1},
+                          {"c.ppm", "P6\n1001 211\n255\n", 1001, 211, 3},
+                          {"d.ppm", "P6\n1001 211\n65535\n", 1001, 211, 6}};
+    for (const Kind &k : kinds) {
+        SCOPED_TRACE(k.name);
+        std::vector<uint8_t> raster = k.bytesPerPixel == 0
+                                          ? toolstest::packedBits(k.w, k.h, bitOn)
+                                          : std::vector<uint8_t>(size_t{k.w} * k.h * k.bytesPerPixel);
+        for (size_t i = 0; k.bytesPerPixel != 0 && i < raster.size(); ++i)
+            raster[i] = toolstest::pattern(static_cast<uint32_t>(i % 7919), static_cast<uint32_t>(i / 7919));
+        ASSERT_GT(raster.size(), size_t{256} << 10);
+        toolstest::writeBytes(dir / k.name, k.header, raster);
+        std::vector<uint8_t> whole(k.header, k.header + std::strlen(k.header));
+        whole.insert(whole.end(), raster.begin(), raster.end());
+        PictureSource fromMemory(k.name);
+        fromMemory.inMemory = true;
+        fromMemory.bytes = whole;
+        HostMemory mem;
+        Image file = read(dir / k.name, mem);
+        Image memory = readImage(fromMemory, mem.allocator());
+        ASSERT_EQ(file.size(), memory.size());
+        EXPECT_EQ(std::memcmp(file.pixels, memory.pixels, file.size()), 0);
+        // And both are the file's rows: the last row of the raster is the
+        // picture's bottom row, first in the buffer. (Sixteen-bit samples
+        // are scaled; a one-bit row's last byte is masked.)
+        if (k.bytesPerPixel <= 3) {
+            const size_t rowBytes = k.bytesPerPixel == 0 ? (k.w + 7) / 8 : size_t{k.w} * k.bytesPerPixel;
+            EXPECT_EQ(std::memcmp(file.pixels, raster.data() + rowBytes * (k.h - 1), rowBytes - 1), 0);
+            EXPECT_EQ(std::memcmp(file.row(0), raster.data(), rowBytes - 1), 0);
+        }
+    }
+}
+
 TEST(PnmReader, ACutShortFileIsRefused) {
     ScratchDir dir;
     toolstest::writeBytes(dir / "a.ppm", "P6\n10 10\n255\n", std::vector<uint8_t>(100, 1));
