@@ -45,11 +45,14 @@ public:
 
     // Bytes left in the file from the current position.
     uint64_t remaining() {
-        long here = std::ftell(f_.get());
-        if (inMemory_) return here >= 0 && static_cast<uint64_t>(here) < memorySize_ ? memorySize_ - static_cast<uint64_t>(here) : 0;
-        struct stat st;
-        if (here < 0 || fstat(fileno(f_.get()), &st) != 0 || !S_ISREG(st.st_mode)) return UINT64_MAX;
-        return st.st_size > here ? static_cast<uint64_t>(st.st_size - here) : 0;
+        if (inMemory_) {
+            long here = std::ftell(f_.get());
+            return here >= 0 && static_cast<uint64_t>(here) < memorySize_ ? memorySize_ - static_cast<uint64_t>(here) : 0;
+        }
+        long here = 0;
+        off_t size = 0;
+        if (!inRegularFile(here, size)) return UINT64_MAX;
+        return size > here ? static_cast<uint64_t>(size - here) : 0;
     }
 
     // A decimal number of the header or of a plain (ASCII) raster.
@@ -76,10 +79,9 @@ public:
     // but in a way that leaves the rows out of the cache, and reading them
     // again later costs more than the copy saved.)
     void startRaster() {
-        if (inMemory_) return;
-        struct stat st;
-        const long at = std::ftell(f_.get());
-        if (at < 0 || fstat(fileno(f_.get()), &st) != 0 || !S_ISREG(st.st_mode)) return;
+        long at = 0;
+        off_t size = 0;
+        if (inMemory_ || !inRegularFile(at, size)) return;
         offset_ = static_cast<off_t>(at);
         chunk_.reset(new uint8_t[kChunk]);
     }
@@ -100,6 +102,16 @@ public:
 
 private:
     static constexpr size_t kChunk = size_t{256} << 10;
+
+    // Where the stream stands in the file and the file's size, when it reads
+    // a regular file (not a pipe, a device or bytes in memory).
+    bool inRegularFile(long &at, off_t &size) {
+        struct stat st;
+        at = std::ftell(f_.get());
+        if (at < 0 || fstat(fileno(f_.get()), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+        size = st.st_size;
+        return true;
+    }
 
     void refill() {
         for (;;) {
