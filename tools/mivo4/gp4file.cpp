@@ -35,6 +35,21 @@ std::optional<uint32_t> digits(const std::string &s, size_t from, size_t count, 
     return static_cast<uint32_t>(v);
 }
 
+// The set bits of a row, counted eight bytes at a time: without a population
+// count instruction in the baseline instruction set each count is a library
+// call, and a call a byte took 2 ms of the check of an A4 page.
+uint64_t setBits(const std::vector<uint8_t> &row) {
+    uint64_t n = 0;
+    size_t i = 0;
+    for (; i + 8 <= row.size(); i += 8) {
+        uint64_t word;
+        std::memcpy(&word, row.data() + i, 8);
+        n += static_cast<uint64_t>(__builtin_popcountll(word));
+    }
+    for (; i < row.size(); ++i) n += static_cast<uint64_t>(__builtin_popcount(row[i]));
+    return n;
+}
+
 }  // namespace
 
 Gp4Header parseGp4Header(const std::vector<uint8_t> &file) {
@@ -103,7 +118,7 @@ G4Check checkG4(const std::vector<uint8_t> &coded, uint32_t width, uint32_t heig
             return c;
         }
         if (tail != 0) row.back() &= static_cast<uint8_t>(0xFF << (8 - tail));
-        for (uint8_t b : row) c.black += static_cast<uint64_t>(__builtin_popcount(b));
+        c.black += setBits(row);
         if (onRow && !onRow(row.data())) {
             c.problem = "stopped";
             return c;
