@@ -15,26 +15,14 @@ if [ ! -s "$work/page24.ppm" ] || [ ! -s "$work/page1.pbm" ]; then
   c++ -O2 -std=c++20 "$here/make_pictures.cpp" -o "$work/make_pictures"
   "$work/make_pictures" "$work"
 fi
-pin=()
-command -v taskset >/dev/null && pin=(taskset -c 0)
+exec python3 - "$here" "$build/mivo4" "$work" "$reps" <<'PY'
+import os, statistics, sys
 
-exec python3 - "$build/mivo4" "$work" "$reps" "${pin[@]}" <<'PY'
-import os, statistics, subprocess, sys, time
+sys.path.insert(0, sys.argv[1])
+from measure import peak, pin, run
 
-mivo4, work, reps, pin = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4:]
-
-def run(cmd):
-    t0 = time.perf_counter()
-    p = subprocess.run(pin + ["/usr/bin/time", "-v"] + cmd, stdout=subprocess.DEVNULL,
-                       stderr=subprocess.PIPE, text=True)
-    wall = time.perf_counter() - t0
-    if p.returncode != 0:
-        sys.exit("failed: %s\n%s" % (" ".join(cmd), p.stderr))
-    def field(name):
-        return next(l.split(":", 1)[1] for l in p.stderr.splitlines() if name in l)
-    rss = int(field("Maximum resident set size"))
-    cpu = float(field("User time (seconds)")) + float(field("System time (seconds)"))
-    return wall, rss / 1024.0, cpu
+mivo4, work, reps = sys.argv[2], sys.argv[3], int(sys.argv[4])
+pin()
 
 jobs = [("24-bit 2480x3508, PPM", "page24.ppm", 2480 * 3508 * 3),
         ("1-bit 2480x3508 text, PBM", "page1.pbm", ((2480 + 31) // 32 * 4) * 3508)]
@@ -46,15 +34,14 @@ for label, name, input_bytes in jobs:
     base = [mivo4, "export", "--size", "user", "--source-dpi", "300", "--dpi", "300"]
     gdp = base + ["--via", "gdp", src, os.path.join(work, "out-gdp.cal")]
     bmp = base + ["--via", "bitmap", src, os.path.join(work, "out-bmp.cal")]
-    run(gdp); run(bmp)
+    ma, mb = peak(gdp), peak(bmp)  # also warm the page cache and the loaders
     a, b = [], []
     for _ in range(reps):
         a.append(run(gdp)); b.append(run(bmp))
     with open(os.path.join(work, "out-gdp.cal"), "rb") as f1, open(os.path.join(work, "out-bmp.cal"), "rb") as f2:
         same = f1.read() == f2.read()
-    ta = statistics.median(x[0] for x in a); tb = statistics.median(x[0] for x in b)
-    ca = statistics.median(x[2] for x in a); cb = statistics.median(x[2] for x in b)
-    ma = max(x[1] for x in a); mb = max(x[1] for x in b)
-    print("%-28s %10.3f %10.3f %6.2fx %9.2f %9.2f %6.2fx %10.1f %10.1f %8.2fx%s" % (label, ta, tb, ta / tb, ca, cb,
+    ta = statistics.median(x.wall for x in a); tb = statistics.median(x.wall for x in b)
+    ca = statistics.median(x.cpu for x in a); cb = statistics.median(x.cpu for x in b)
+    print("%-28s %10.3f %10.3f %6.2fx %9.3f %9.3f %6.2fx %10.1f %10.1f %8.2fx%s" % (label, ta, tb, ta / tb, ca, cb,
           ca / cb if cb > 0 else float("nan"), ma, mb, ma * 1048576.0 / input_bytes, "" if same else "  (outputs differ!)"))
 PY

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Whole-process benchmark: `mivo4 export` against `gm convert IN -monochrome
-# OUT.cal`, side by side in one run, both pinned to one core (taskset -c 0),
+# OUT.cal`, side by side in one run, both pinned to one core (core 0),
 # on pictures made here deterministically (bench/whole/make_pictures.cpp):
 #   A4      a 24-bit 2480 x 3508 page (PPM, PNG, JPEG) and a 1-bit text page
 #   A4@600  the 24-bit page drawn at 4960 x 7016
@@ -8,10 +8,11 @@
 # each exported at its own size at 300 dpi. Each job runs REPS times (default
 # 7; BIG_REPS, default 3, for the A4@600 and A0 pictures) alternating the two
 # programs after one warm-up run each. Reported: the median wall time and the
-# median CPU time (user + system, from /usr/bin/time -v: on a shared machine
+# median CPU time (user + system, as wait4 reports them: on a shared machine
 # the steadier of the two), their ratios, the cost per pixel, and the peak
 # resident memory also as a multiple of the input bitmap (the rows the host
-# hands the module, padded to 4 bytes). The table is printed in Markdown, with
+# hands the module, padded to 4 bytes; from the warm-up runs, under GNU time).
+# How one process is measured: bench/whole/measure.py. The table is printed in Markdown, with
 # the load average before and after. mivo4 runs with --no-verify (gm does not
 # decode its result again); the cost of that check is reported after the table.
 # usage: bench/whole/run.sh BUILD_DIR [REPS] [BIG_REPS]
@@ -37,29 +38,14 @@ fi
 [ -s "$work/page24.jpg" ] || gm convert "$work/page24.ppm" -quality 90 "$work/page24.jpg"
 [ -s "$work/page1.png" ] || gm convert "$work/page1.pbm" "$work/page1.png"
 
-exec python3 - "$mivo4" "$work" "$reps" "$big_reps" <<'PY'
-import os, statistics, subprocess, sys, time
+exec python3 - "$here" "$mivo4" "$work" "$reps" "$big_reps" <<'PY'
+import os, statistics, sys
 
-mivo4, work, reps, big_reps = sys.argv[1], sys.argv[2], int(sys.argv[3]), int(sys.argv[4])
-pin = ["taskset", "-c", "0"]
+sys.path.insert(0, sys.argv[1])
+from measure import load, peak, pin, run
 
-def run(cmd):
-    """Wall time and CPU time in seconds, peak resident memory in MiB of one process."""
-    t0 = time.perf_counter()
-    p = subprocess.run(["/usr/bin/time", "-v"] + pin + cmd, stdout=subprocess.DEVNULL,
-                       stderr=subprocess.PIPE, text=True)
-    wall = time.perf_counter() - t0
-    if p.returncode != 0:
-        sys.exit("failed: %s\n%s" % (" ".join(cmd), p.stderr))
-    def field(name):
-        return next(l.split(": ")[1] for l in p.stderr.splitlines() if name in l)
-    rss = int(field("Maximum resident set size"))
-    cpu = float(field("User time (seconds)")) + float(field("System time (seconds)"))
-    return wall, rss / 1024.0, cpu
-
-def load():
-    with open("/proc/loadavg") as f:
-        return " ".join(f.read().split()[:3])
+mivo4, work, reps, big_reps = sys.argv[2], sys.argv[3], int(sys.argv[4]), int(sys.argv[5])
+pin()
 
 def rowbytes(w, bits):
     return ((w * bits + 7) // 8 + 3) // 4 * 4
@@ -88,21 +74,16 @@ for label, name, (w, h), bits, big in jobs:
     ours = [mivo4, "export", "--no-verify", "--size", "user", "--source-dpi", "300", "--dpi", "300",
             src, os.path.join(work, "out-mivo4.cal")]
     theirs = ["gm", "convert", src, "-monochrome", os.path.join(work, "out-gm.cal")]
-    run(ours); run(theirs)  # warm the page cache and the loaders
+    ma, mb = peak(ours), peak(theirs)  # also warm the page cache and the loaders
     a, b = [], []
     for _ in range(big_reps if big else reps):
         a.append(run(ours)); b.append(run(theirs))
-    ta = statistics.median(x[0] for x in a); tb = statistics.median(x[0] for x in b)
-    ca = statistics.median(x[2] for x in a); cb = statistics.median(x[2] for x in b)
-    ma = max(x[1] for x in a); mb = max(x[1] for x in b)
+    ta = statistics.median(x.wall for x in a); tb = statistics.median(x.wall for x in b)
+    ca = statistics.median(x.cpu for x in a); cb = statistics.median(x.cpu for x in b)
     px = w * h
     inputMiB = rowbytes(w, bits) * h / 1048576.0
-    # CPU times come in hundredths of a second: below that, no ratio.
-    cpu = lambda c: "%.2f s" % c if c >= 0.01 else "< 0.01 s"
-    measured = ca >= 0.01 and cb >= 0.01
-    print("| %s | %d × %d | %.3f s | %.3f s | %.3f× | %s | %s | %s | %s | %.1f | %.1f MiB | %.2f× | %.1f MiB |" %
-          (label, w, h, ta, tb, ta / tb, cpu(ca), cpu(cb), "%.3f×" % (ca / cb) if measured else "—",
-           "%.1f" % (ca * 1e9 / px) if ca >= 0.01 else "—", cb * 1e9 / px, ma, ma / inputMiB, mb))
+    print("| %s | %d × %d | %.3f s | %.3f s | %.3f× | %.3f s | %.3f s | %.3f× | %.1f | %.1f | %.1f MiB | %.2f× | %.1f MiB |" %
+          (label, w, h, ta, tb, ta / tb, ca, cb, ca / cb, ca * 1e9 / px, cb * 1e9 / px, ma, ma / inputMiB, mb))
     sys.stdout.flush()
 print()
 # The host's check of its result, on the A4 page: the same export with it.
@@ -112,7 +93,7 @@ base = [mivo4, "export", "--size", "user", "--source-dpi", "300", "--dpi", "300"
 off = [run(base[:2] + ["--no-verify"] + base[2:]) for _ in range(reps)]
 on = [run(base) for _ in range(reps)]
 print("the host's check of its result (decoding it again with libtiff, on by default), 24-bit A4: "
-      "%.3f s wall, %.2f s CPU more" % (statistics.median(x[0] for x in on) - statistics.median(x[0] for x in off),
-                                        statistics.median(x[2] for x in on) - statistics.median(x[2] for x in off)))
+      "%.3f s wall, %.3f s CPU more" % (statistics.median(x.wall for x in on) - statistics.median(x.wall for x in off),
+                                        statistics.median(x.cpu for x in on) - statistics.median(x.cpu for x in off)))
 print("load average after: %s" % load())
 PY
