@@ -12,9 +12,10 @@
 # the steadier of the two), their ratios, the cost per pixel, and the peak
 # resident memory also as a multiple of the input bitmap (the rows the host
 # hands the module, padded to 4 bytes; from the warm-up runs, under GNU time).
-# How one process is measured: bench/whole/measure.py. The table is printed in Markdown, with
-# the load average before and after. mivo4 runs with --no-verify (gm does not
-# decode its result again); the cost of that check is reported after the table.
+# How one process is measured: bench/whole/measure.py. The table is printed in
+# Markdown, with the load average before and after. mivo4 runs with
+# --no-verify (gm does not decode its result again); the cost of that check is
+# reported after the table.
 # usage: bench/whole/run.sh BUILD_DIR [REPS] [BIG_REPS]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
